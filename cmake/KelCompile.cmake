@@ -1,0 +1,35 @@
+# How everything here is compiled: languages, warnings, hardening, sanitizers.
+
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_C_STANDARD_REQUIRED ON)
+set(CMAKE_C_EXTENSIONS ON) # for the POSIX and Linux interfaces; the public headers are also compiled without
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+set(KEL_SANITIZE "" CACHE STRING "Value of -fsanitize= for everything, for example address,undefined")
+set(THREADS_PREFER_PTHREAD_FLAG ON)
+find_package(Threads REQUIRED)
+
+# kel_flags: linked by every target of the tree.
+add_library(kel_flags INTERFACE)
+target_compile_options(kel_flags INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror
+    $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
+target_link_libraries(kel_flags INTERFACE Threads::Threads)
+if(KEL_SANITIZE)
+    target_compile_options(kel_flags INTERFACE -fsanitize=${KEL_SANITIZE} -fno-sanitize-recover=all
+        -fno-omit-frame-pointer)
+    target_link_options(kel_flags INTERFACE -fsanitize=${KEL_SANITIZE})
+endif()
+
+# kel_library_flags: what is shipped on top: hidden visibility and hardening.
+add_library(kel_library_flags INTERFACE)
+target_link_libraries(kel_library_flags INTERFACE kel_flags)
+target_compile_options(kel_library_flags INTERFACE -fvisibility=hidden -fstack-protector-strong)
+target_link_options(kel_library_flags INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)
+if(NOT KEL_SANITIZE)
+    target_compile_options(kel_library_flags INTERFACE $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
+    target_link_options(kel_library_flags INTERFACE -Wl,--no-undefined)
+endif()

@@ -1,0 +1,17 @@
+# kel_add_test(name [LIBRARIES ...]): one GoogleTest program, name.cpp in the current folder.
+find_package(GTest REQUIRED)
+
+set(KEL_TEST_ENVIRONMENT
+    "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/lsan.supp:print_suppressions=0"
+    "TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/tsan.supp:halt_on_error=1:second_deadlock_stack=1"
+    "UBSAN_OPTIONS=print_stacktrace=1")
+
+function(kel_add_test name)
+    cmake_parse_arguments(arg "" "" "LIBRARIES" ${ARGN})
+    add_executable(${name} ${name}.cpp)
+    target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests ${PROJECT_SOURCE_DIR}/src)
+    target_link_libraries(${name} PRIVATE kel_flags kel_utils kel_platform_link ${arg_LIBRARIES} GTest::gmock
+        GTest::gtest_main)
+    add_test(NAME ${name} COMMAND ${name})
+    set_tests_properties(${name} PROPERTIES TIMEOUT 300 ENVIRONMENT "${KEL_TEST_ENVIRONMENT}")
+endfunction()

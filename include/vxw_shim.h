@@ -1,0 +1,271 @@
+/**
+ * @file vxw_shim.h
+ * VxWorks-style semaphores, tasks, ticks and message queues on POSIX threads; datagram and output helpers.
+ *
+ * Result codes of this family:
+ * 1. The semaphore and task calls return 0 or an errno value (EINVAL for a null handle), never -1.
+ * 2. msgQSend() returns 0 or 1; msgQReceive() a byte count or 0xFFFFFFFF.
+ * 3. recvfrom_wdst() and sendto_wsrc() return what recvmsg() and sendmsg() return, with errno.
+ * 4. dbgCliPrint() and logEarly() return character counts.
+ *
+ * A tick is 10 ms. A time-out is an unsigned 32-bit count of ticks: 0xFFFFFFFF waits without limit, 0 does not wait.
+ * Time-outs end at a deadline on the wall clock (CLOCK_REALTIME), so a step of that clock moves them; tickGet() counts
+ * on the monotonic clock. Tick counts above 214748 (35 minutes) wrap in the conversion to a deadline.
+ */
+#ifndef VXW_SHIM_H
+#define VXW_SHIM_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <sys/socket.h>
+
+/* Lock annotations: checked by clang's -Wthread-safety in C++, nothing elsewhere. */
+#if defined(__clang__) && defined(__cplusplus)
+#define KEL_THREAD_ANNOTATION(x) __attribute__((x))
+#else
+#define KEL_THREAD_ANNOTATION(x)
+#endif
+#define KEL_CAPABILITY(name) KEL_THREAD_ANNOTATION(capability(name))
+#define KEL_SCOPED_CAPABILITY KEL_THREAD_ANNOTATION(scoped_lockable)
+#define KEL_GUARDED_BY(sem) KEL_THREAD_ANNOTATION(guarded_by(sem))
+#define KEL_PT_GUARDED_BY(sem) KEL_THREAD_ANNOTATION(pt_guarded_by(sem))
+#define KEL_REQUIRES(sem) KEL_THREAD_ANNOTATION(requires_capability(sem))
+#define KEL_ACQUIRE(sem) KEL_THREAD_ANNOTATION(acquire_capability(sem))
+#define KEL_RELEASE(sem) KEL_THREAD_ANNOTATION(release_capability(sem))
+#define KEL_UNCHECKED_LOCKING KEL_THREAD_ANNOTATION(no_thread_safety_analysis)
+
+#pragma GCC visibility push(default)
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Constants that ported code spells; enumerators, because a macro OK or ERROR breaks other headers. */
+#ifndef KEL_NO_VX_NAMES
+typedef int STATUS;
+enum {
+#ifndef OK
+    OK = 0,
+#endif
+#ifndef ERROR
+    ERROR = -1,
+#endif
+#ifndef NO_WAIT
+    NO_WAIT = 0,
+#endif
+#ifndef WAIT_FOREVER
+    WAIT_FOREVER = -1,
+#endif
+#ifndef SEM_EMPTY
+    SEM_EMPTY = 0,
+#endif
+#ifndef SEM_FULL
+    SEM_FULL = 1,
+#endif
+#ifndef SEM_Q_FIFO
+    SEM_Q_FIFO = 0x0,
+#endif
+#ifndef SEM_Q_PRIORITY
+    SEM_Q_PRIORITY = 0x1,
+#endif
+#ifndef SEM_DELETE_SAFE
+    SEM_DELETE_SAFE = 0x4,
+#endif
+#ifndef SEM_INVERSION_SAFE
+    SEM_INVERSION_SAFE = 0x8,
+#endif
+#ifndef MSG_Q_FIFO
+    MSG_Q_FIFO = 0x0,
+#endif
+#ifndef MSG_Q_PRIORITY
+    MSG_Q_PRIORITY = 0x1,
+#endif
+#ifndef MSG_PRI_NORMAL
+    MSG_PRI_NORMAL = 0,
+#endif
+#ifndef MSG_PRI_URGENT
+    MSG_PRI_URGENT = 1,
+#endif
+    KEL_VX_NAMES_END /* so that the list is never empty */
+};
+#endif
+
+/** A semaphore. The record outlives semDelete(): it is never freed, so that a stale handle reads defined memory. */
+struct KEL_CAPABILITY("semaphore") mutex_sem {
+    int kind;   /**< 0 mutual exclusion, 1 binary, 2 counting; set at creation */
+    void *impl; /**< heap pthread_mutex_t (kind 0) or sem_t (kinds 1 and 2); owned */
+};
+typedef struct mutex_sem *SEM_ID;
+
+/** A record that nothing reads or writes; it stays because processes linked earlier import its name. */
+extern struct mutex_sem mutex_sem_t;
+
+/** Entry routine of a task. It is called with one null argument. */
+#ifdef __cplusplus
+typedef int (*FUNCPTR)(...);
+#else
+typedef int (*FUNCPTR)(); /* NOLINT: any argument list, as in the interface that ported code was written against */
+#endif
+
+/**
+ * Creates a binary semaphore.
+ *
+ * It is a plain counting semaphore underneath and is not capped at 1: two gives let two takes through.
+ *
+ * @param options       ignored
+ * @param initialState  initial count: SEM_EMPTY or SEM_FULL; larger counts are taken as they are
+ * @return the semaphore, to be ended with semDelete(); null when memory is short or the count is above SEM_VALUE_MAX
+ * @blocking no    @locks nothing    @context any thread
+ */
+SEM_ID semBCreate(int options, unsigned int initialState);
+
+/**
+ * Creates a counting semaphore.
+ *
+ * @param options       ignored
+ * @param initialCount  takes that go through before the first give
+ * @return the semaphore, to be ended with semDelete(); null when memory is short or the count is above SEM_VALUE_MAX
+ * @blocking no    @locks nothing    @context any thread
+ */
+SEM_ID semCCreate(int options, unsigned int initialCount);
+
+/**
+ * Creates a mutual-exclusion semaphore: recursive, free, owned by the thread that takes it.
+ *
+ * @param options  ignored; there is no priority inheritance and no deletion safety
+ * @return the semaphore, to be ended with semDelete(); null when memory is short
+ * @blocking no    @locks nothing    @context any thread
+ */
+SEM_ID semMCreate(int options);
+
+/**
+ * Gives a semaphore: adds 1 to a count, or undoes one take of a mutual-exclusion semaphore.
+ *
+ * @param sem  from semBCreate(), semCCreate() or semMCreate(), and not deleted
+ * @retval 0          given
+ * @retval EINVAL     @p sem is null (a line on standard output says so) or has no lock behind it
+ * @retval EPERM      a mutual-exclusion semaphore that the calling thread does not own
+ * @retval EOVERFLOW  the count is at SEM_VALUE_MAX
+ * @blocking no    @locks nothing    @context any thread; for counts a signal handler as well
+ */
+int semGive(SEM_ID sem);
+
+/**
+ * Takes a semaphore, waiting at most @p timeout ticks for it.
+ *
+ * A mutual-exclusion semaphore is recursive: its owner gives it as often as it took it.
+ *
+ * @param sem      from semBCreate(), semCCreate() or semMCreate(), and not deleted
+ * @param timeout  ticks of 10 ms; 0 tries once, WAIT_FOREVER has no limit. Above 214748 (35 minutes) it wraps: a
+ *                 product of ticks and 10,000 that is negative as a 32-bit number is a deadline in the past.
+ * @retval 0          taken
+ * @retval EINVAL     @p sem is null (a line on standard output says so) or is a mutex without a lock behind it
+ * @retval EBUSY      tried once: another thread owns the mutual-exclusion semaphore
+ * @retval EAGAIN     tried once: the count is 0; or the owner took a mutual-exclusion semaphore too often
+ * @retval ETIMEDOUT  nobody gave it in time
+ * @retval EINTR      a signal handler ran while waiting for a count; the wait is not restarted
+ * @blocking unless timeout is 0    @locks nothing    @context any thread
+ */
+int semTake(SEM_ID sem, unsigned int timeout);
+
+/**
+ * Ends a semaphore. Nobody may be waiting for it, and the handle must not be used again.
+ *
+ * @param sem  from semBCreate(), semCCreate() or semMCreate(), and not deleted
+ * @retval 0       ended; the record itself stays allocated on purpose
+ * @retval EINVAL  @p sem is null (nothing is printed) or is a mutex without a lock behind it
+ * @retval EBUSY   a mutual-exclusion semaphore that was still held; its memory is released all the same
+ * @blocking no    @locks nothing    @context any thread
+ */
+int semDelete(SEM_ID sem);
+
+/** Shows nothing: kept for code that calls it. @p sem and @p level are ignored. */
+void semShow(SEM_ID sem, int level);
+
+/**
+ * Starts a task: a joinable POSIX thread that nobody joins.
+ *
+ * The thread library keeps the stack of a task that has returned; after about 32,000 finished tasks no more start.
+ *
+ * @param name,priority,options  ignored
+ * @param stackSize  bytes; three times as much is requested, 0 asks for the default. A size that the thread library
+ *                   refuses (on arm64 a request below 128 KiB after the multiplication) gives the default stack.
+ * @param entry      runs in the new thread, with one null argument; its result is ignored
+ * @param arg1,arg2,arg3,arg4,arg5,arg6,arg7,arg8,arg9,arg10  ignored
+ * @retval 0       started; this is not a task identifier
+ * @retval EAGAIN  no memory or too many threads
+ * @blocking no    @locks nothing    @context any thread
+ */
+int taskSpawn(const char *name, int priority, int options, int stackSize, FUNCPTR entry, int arg1, int arg2, int arg3,
+              int arg4, int arg5, int arg6, int arg7, int arg8, int arg9, int arg10);
+
+/**
+ * Sleeps.
+ *
+ * @param ticks  ticks of 10 ms; the microseconds are a 32-bit product, so counts above 429496 wrap
+ * @return always 0, also when a signal handler ended the sleep early
+ * @blocking yes    @locks nothing    @context any thread
+ */
+int taskDelay(unsigned int ticks);
+
+/** Returns the ticks in a second: always 100. */
+int sysClkRateGet(void);
+
+/**
+ * Reads the tick clock.
+ *
+ * @return ticks of 10 ms on the monotonic clock, counted from an arbitrary origin (usually boot); wraps after 497 days
+ * @blocking no    @locks nothing    @context any thread, signal handlers too
+ */
+uint32_t tickGet(void);
+
+/**
+ * Formats a text into a line buffer; a full buffer is sent first, to standard output or to a CLI session.
+ *
+ * The caller owns all state: it zero-fills the array, starts with `*cursor == buf` and `*remaining == bufSize`, and
+ * after its last call sends what is left (when `*remaining < bufSize`).
+ *
+ * @param buf        array of @p bufSize bytes; holds a zero-terminated text at any time
+ * @param bufSize    bytes, terminator included
+ * @param cursor     in, out: next free byte of @p buf
+ * @param remaining  in, out: bytes from the cursor to the end of @p buf
+ * @param cli        0: standard output; otherwise a session for the platform's cmNotifyCLI()
+ * @param format     as for printf
+ * @return the characters of the text as formatted last; negative on a formatting error, with nothing changed. A text of
+ *         @p bufSize characters or more never fits: it is dropped and the cursor stays.
+ * @blocking as the output does    @locks nothing    @context any thread, one at a time for a buffer
+ */
+int dbgCliPrint(char *buf, size_t bufSize, char **cursor, size_t *remaining, int cli, const char *format, ...)
+    __attribute__((format(printf, 6, 7)));
+
+/** memset() with a signed @p count of bytes, which must not be negative; returns @p destination. */
+void *fast_memset(void *destination, int value, int count);
+/** Clears @p count bytes, which must not be negative; returns @p destination. */
+void *fast_bzero(void *destination, int count);
+/** memcpy() with a signed @p count of bytes, which must not be negative; returns @p destination. */
+void *fast_memcpy(void *destination, const void *source, int count);
+/** memcmp() with a signed @p count of bytes, which must not be negative; returns below, equal to or above 0. */
+int fast_memcmp(const void *left, const void *right, int count);
+
+#ifdef __cplusplus
+}
+
+/**
+ * Prints one line "module|level: text" on standard output.
+ *
+ * @param module  number of the part that reports; the library itself is 2
+ * @param level   0 gravest to 5; above 5 nothing is printed
+ * @param format  as for printf; the text is cut to 1023 characters
+ * @return the characters of the text, at most 1023; 1023 on a formatting error (an empty text is printed); 0 if
+ *         suppressed
+ * @blocking as standard output does    @locks nothing    @context any thread; a line is one printf
+ */
+int logEarly(int module, int level, const char *format, ...) __attribute__((format(printf, 3, 4)));
+
+/** Returns the end of physical memory: all ones, because there is no memory map to report. */
+char *sysPhysMemTop();
+
+static_assert(sizeof(mutex_sem) == 16 && offsetof(mutex_sem, impl) == 8, "processes linked earlier rely on it");
+#endif
+#pragma GCC visibility pop
+
+#endif

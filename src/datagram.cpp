@@ -1,0 +1,2 @@
+// datagram.cpp: receive with destination, send with source.
+#include "vxw_shim.h"
