@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""The docs stay true: every oddity names a test that exists, every relative link leads somewhere."""
+"""The docs stay true: every oddity names a test that exists, every relative link leads somewhere, and
+every quoted program is the one that is built and run."""
 import pathlib
 import re
 import sys
@@ -45,6 +46,9 @@ def main():
         for target in re.findall(r"\]\(([^)#]+)[^)]*\)", document.read_text()):
             if "://" not in target and not (document.parent / target).exists():
                 wrong.append(f"{document.relative_to(root)}: dead link {target}")
+        for source, quoted in re.findall(r"<!-- (\S+) -->\n```\w+\n(.*?)```", document.read_text(), re.S):
+            if (root / source).read_text() != quoted:
+                wrong.append(f"{document.relative_to(root)}: does not quote {source} as it is")
 
     print("\n".join(wrong) or f"{pinned} oddities pinned by tests")
     return 1 if wrong else 0
