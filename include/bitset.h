@@ -1,0 +1,322 @@
+/**
+ * @file bitset.h
+ * Fixed-size sets of small numbers: CBitMask, a mask over 32-bit words, and CBitMatrix, rows of such words.
+ *
+ * Result codes of this family:
+ * 1. Calls that write one bit, word or octet, assign() and bits_in() return true only when the stored data changed.
+ * 2. Searches return a bit number, or 0xFFFFFFFF when there is none.
+ * 3. What is out of range is refused: false or 0, nothing written. Nothing ever grows.
+ *
+ * Bits count from the most significant, in every operation: bit k is `0x80000000 >> (k % 32)` of word k / 32, and octet
+ * i of a mask is the (i % 4)-th most significant byte of word i / 4, whatever the host's byte order. In byte buffers
+ * bit j is `0x80 >> (j % 8)` of byte j / 8. The order is that of the SNMP BITS encoding (RFC 2578) and of PortList
+ * (RFC 2674).
+ *
+ * No object here has a lock: calls on one object take turns, unless a call says more. An allocation that fails lets the
+ * allocator's exception pass and leaves the object empty.
+ */
+#ifndef BITSET_H
+#define BITSET_H
+
+#include <stddef.h>
+
+#pragma GCC visibility push(default)
+
+/**
+ * A fixed-size set of bits in an array of 32-bit words that the mask owns, or views in memory of the caller.
+ *
+ * Bounds are those of whole words: in the last word the bits behind the requested size, the tail, are read, written,
+ * found, counted and compared like all others.
+ *
+ * May run together: one writer of single bits (setBit, clrBit, assignBit) and any number of readers of single bits and
+ * searches (chkBit and the const findSetBit, findClrBit). A reader sees each bit before or after the writer's change.
+ * All other calls need the mask for themselves.
+ *
+ * Every operation is virtual, and operations that use others call them through the virtual table, so that a derived
+ * class can replace the storage hooks.
+ */
+class CBitMask
+{
+public:
+    unsigned int autoDelete : 1; /**< 1: the mask owns the words and frees them */
+    unsigned int tailBits : 5;   /**< bits of the last word behind the requested size, 0 to 31 */
+    unsigned int spare : 2;      /**< belongs to nobody; kept by every operation after construction */
+    unsigned int signature : 8;  /**< 0xA5 from construction until destruction, then 0 */
+    unsigned int numWords : 16;  /**< 32-bit words in the array */
+    unsigned int *maskPtr;       /**< the words; null when there are none */
+
+    static unsigned int version; /**< 0x01000001; nothing here reads it */
+
+    /** Makes an empty mask. */
+    CBitMask();
+    /** Makes a cleared mask of @p bits bits, as init(unsigned int) does. */
+    explicit CBitMask(unsigned int bits);
+    /** Makes a view of the caller's words, as init(unsigned int, unsigned int *) does. */
+    CBitMask(unsigned int wordCount, unsigned int *words);
+    /** Makes an owned copy, as init(CBitMask const &, bool) does; this is the copy constructor. */
+    CBitMask(CBitMask const &other, bool invert = false);
+    /** Makes a mask sized for bytes, as init(unsigned char const *, unsigned int) does. */
+    CBitMask(unsigned char const *bytes, unsigned int numBytes);
+
+    /** Clears the signature, then frees the words if the mask owns them. */
+    virtual ~CBitMask();
+
+    /**
+     * Makes the mask a cleared one of @p bits bits, after freeing the words it owned.
+     *
+     * @param bits  0 gives an empty mask. The word count is cut to 16 bits: above 2,097,120 bits it wraps, and a count
+     *              that wraps to 0 gives an empty mask.
+     * @blocking no    @locks nothing    @context any thread, one at a time for a mask
+     */
+    virtual void init(unsigned int bits);
+
+    /**
+     * Makes the mask an owned copy of another, after freeing the words it owned.
+     *
+     * A mask that owns its words and is its own @p other therefore ends empty; a view becomes the owner of a copy.
+     *
+     * @param other   also gives the number of tail bits
+     * @param invert  true: every word is complemented on the way, the tail too
+     * @blocking no    @locks nothing    @context any thread, one at a time for a mask
+     */
+    virtual void init(CBitMask const &other, bool invert);
+
+    /**
+     * Makes the mask a view of the caller's words, after freeing the words it owned. The words are not cleared.
+     *
+     * When @p wordCount is 0 or @p words is null, a mask that is a view keeps its array; only the tail becomes 0.
+     *
+     * @param wordCount  32-bit words, not bits; cut to 16 bits, and a count cut to 0 gives an empty mask
+     * @param words      the caller's; must outlive the view and must not be the words this mask owns
+     * @blocking no    @locks nothing    @context any thread, one at a time for a mask
+     */
+    virtual void init(unsigned int wordCount, unsigned int *words);
+
+    /**
+     * Makes the mask a cleared one that is large enough for bytes, after freeing the words it owned.
+     *
+     * The bytes go nowhere unless a derived class replaces data_in(), which then gets (@p bytes, 0xFFFFFFFF, 0); from
+     * a constructor this class's own is meant, always. octet_string_in() fills a mask from bytes.
+     *
+     * @param bytes     passed on to data_in()
+     * @param numBytes  0 gives an empty mask; times 8 it is a 32-bit product, and the word count is cut to 16 bits
+     * @blocking no    @locks nothing    @context any thread, one at a time for a mask
+     */
+    virtual void init(unsigned char const *bytes, unsigned int numBytes);
+
+    /**
+     * Clears a range of bits.
+     *
+     * @param count  bits; 0 or more than there are behind @p start means all of them
+     * @param start  first bit; beyond the number of bits it means 0, exactly at it nothing happens
+     * @blocking no    @locks nothing    @context any thread, one at a time for a mask
+     */
+    virtual void reset(unsigned int count = 0, unsigned int start = 0);
+
+    /** Sets a range of bits; @p count and @p start as for reset(). */
+    virtual void set(unsigned int count = 0, unsigned int start = 0);
+
+    /**
+     * Copies a range of bits from another mask.
+     *
+     * When both starts are multiples of 32, whole words are copied, and the last word in the range is merged instead:
+     * the two words are ORed and the lowest @p src.tailBits bits of the result cleared, also in mid-mask.
+     *
+     * @param src       through its chkBit() and operator[]; may be this mask, copied from the lowest bit up
+     * @param srcStart  first bit to copy
+     * @param dstStart  first bit to write
+     * @param count     bits; 0 means as many as both masks have
+     * @return true if something changed; false too when a start is out of range
+     * @blocking no    @locks nothing    @context any thread, one at a time for a mask
+     */
+    virtual bool assign(CBitMask const &src, unsigned int srcStart, unsigned int dstStart, unsigned int count);
+
+    /**
+     * Copies bits from words.
+     *
+     * When @p dstStart is a multiple of 32, whole words are copied, and the last one is merged: the two words are ORed
+     * and the lowest bits of the result cleared, as many as this mask has tail bits.
+     *
+     * @param words        bits numbered as in a mask
+     * @param numSrcWords  32-bit words; 0 copies nothing
+     * @param dstStart     first bit to write
+     * @return true if a bit changed; always false when @p dstStart is a multiple of 32 or out of range
+     * @blocking no    @locks nothing    @context any thread, one at a time for a mask
+     */
+    virtual bool assign(unsigned int const *words, unsigned int numSrcWords, unsigned int dstStart);
+
+    /**
+     * Fills the mask from an octet string, bit 0 from the most significant bit of the first octet.
+     *
+     * @param src      octets; as many as @p len says, or as the mask has when @p len is null or 0
+     * @param len      in: octets; fewer than the mask has clear the rest, more are ignored. Out, unless it was 0: the
+     *                 octets of the mask, not those moved. May be null.
+     * @param reverse  true: bit 0 comes from the least significant bit, in each octet
+     * @blocking no    @locks nothing    @context any thread, one at a time for a mask
+     */
+    virtual void octet_string_in(unsigned char const *src, unsigned int *len, bool reverse);
+
+    /**
+     * Writes the mask as an octet string, bit 0 in the most significant bit of the first octet.
+     *
+     * @param dst      room for as many octets as @p len says, or as the mask has when @p len is null or 0
+     * @param len      in: octets; octets beyond the mask's are zeroed. Out, unless it was 0: the octets of the mask,
+     *                 not those written. May be null.
+     * @param reverse  true: bit 0 is the least significant bit, in each octet
+     * @blocking no    @locks nothing    @context any thread, one at a time for a mask
+     */
+    virtual void octet_string_out(unsigned char *dst, unsigned int *len, bool reverse) const;
+
+    /**
+     * Hook for derived classes: takes whole words from bytes. This one takes nothing.
+     *
+     * @param src        the source of bits_in() or init()
+     * @param wordCount  32-bit words asked for; not limited to the mask's, 0xFFFFFFFF from init()
+     * @param firstWord  index of the first word to write
+     * @return true if something changed; here false
+     * @blocking no    @locks nothing    @context that of the calling operation
+     */
+    virtual bool data_in(unsigned char const *src, unsigned int wordCount, unsigned int firstWord);
+
+    /** Hook for derived classes: as data_in(), but ORs the words into the mask. */
+    virtual bool data_or_in(unsigned char const *src, unsigned int wordCount, unsigned int firstWord);
+
+    /**
+     * Hook for derived classes: writes whole words to bytes. This one writes nothing.
+     *
+     * @param dst        the destination of bits_out()
+     * @param wordCount  32-bit words, limited to the mask's
+     * @param firstWord  index of the first word to read
+     * @return words written; here 0
+     * @blocking no    @locks nothing    @context that of the calling operation
+     */
+    virtual unsigned int data_out(unsigned char *dst, unsigned int wordCount, unsigned int firstWord) const;
+
+    /**
+     * Makes a range of bits equal to the first bits of a byte buffer.
+     *
+     * A range that starts and ends on a word boundary goes to data_in() instead, so here it transfers nothing.
+     *
+     * @param src    bit 0 is the most significant bit of byte 0
+     * @param count  bits; cut at the end of the mask. `start + count` is a 32-bit sum.
+     * @param start  first bit of the mask
+     * @return true if a bit changed; false too when @p count is 0 or the range lies outside
+     * @blocking no    @locks nothing    @context any thread, one at a time for a mask
+     */
+    virtual bool bits_in(unsigned char const *src, unsigned int count, unsigned int start);
+
+    /** As bits_in(), but only sets bits: where the buffer has a 0 the mask stays. Whole words go to data_or_in(). */
+    virtual bool bits_or_in(unsigned char const *src, unsigned int count, unsigned int start);
+
+    /**
+     * Writes a range of bits to the first bits of a byte buffer; the other bits of the bytes touched stay.
+     *
+     * A range that starts and ends on a word boundary goes to data_out() instead, so here it transfers nothing.
+     *
+     * @param dst    bit 0 is the most significant bit of byte 0
+     * @param count  bits; cut at the end of the mask. `start + count` is a 32-bit sum.
+     * @param start  first bit of the mask
+     * @return bytes touched; four times the result of data_out() for whole words; 0 when @p count is 0 or @p start is
+     *         beyond the end; 0x20000000, with nothing written, when @p start is exactly at the end
+     * @blocking no    @locks nothing    @context any thread, one at a time for a mask
+     */
+    virtual unsigned int bits_out(unsigned char *dst, unsigned int count, unsigned int start) const;
+
+    /** Sets a bit; returns true if it was clear, false too when @p bit is out of range. */
+    virtual bool setBit(unsigned int bit);
+    /** Clears a bit; returns true if it was set, false too when @p bit is out of range. */
+    virtual bool clrBit(unsigned int bit);
+    /** Makes a bit equal to @p value; returns true if it changed, false too when @p bit is out of range. */
+    virtual bool assignBit(unsigned int bit, bool value);
+    /** Writes the word of index @p wordIndex; returns true if it changed, false too when out of range. */
+    virtual bool setWrd32(unsigned int wordIndex, unsigned int word);
+    /** Writes the octet of index @p octetIndex; returns true if it changed, false too when out of range. */
+    virtual bool setWrd8(unsigned int octetIndex, unsigned char octet);
+    /** Returns a bit; false when @p bit is out of range. */
+    virtual bool chkBit(unsigned int bit) const;
+    /** Returns true when any bit is set. */
+    virtual bool bitsAreSet() const;
+    /** Returns how many bits are set, counted afresh. */
+    virtual unsigned int numBitsSet() const;
+
+    /**
+     * Finds the first set bit from @p start on, and clears it if @p take is true.
+     *
+     * @return its number, or 0xFFFFFFFF when there is none
+     * @blocking no    @locks nothing    @context any thread, one at a time for a mask
+     */
+    virtual unsigned int findSetBit(unsigned int start, bool take);
+    /** Finds the first clear bit from @p start on, and sets it if @p take is true; otherwise as findSetBit(). */
+    virtual unsigned int findClrBit(unsigned int start, bool take);
+    /** Returns the first set bit from @p start on, or 0xFFFFFFFF when there is none. */
+    virtual unsigned int findSetBit(unsigned int start = 0) const;
+    /** Returns the first clear bit from @p start on, or 0xFFFFFFFF when there is none; it may be one of the tail. */
+    virtual unsigned int findClrBit(unsigned int start = 0) const;
+
+    /** Copies the words that both masks have. Neither size nor ownership nor tail change. */
+    virtual CBitMask &operator=(CBitMask const &other);
+    /** Copies as many words as the mask has; the array must hold them. */
+    virtual CBitMask &operator=(unsigned int const *words);
+    /** Returns the word (not the bit) of index @p wordIndex; 0 when out of range. */
+    virtual unsigned int operator[](unsigned int wordIndex) const;
+    /** ANDs the words that both masks have; further words stay. */
+    virtual CBitMask &operator&=(CBitMask const &other);
+    /** XORs the words that both masks have; further words stay. */
+    virtual CBitMask &operator^=(CBitMask const &other);
+    /** ORs the words that both masks have; further words stay. */
+    virtual CBitMask &operator|=(CBitMask const &other);
+    /** Moves every bit from number k to k + @p count; the lowest numbers become clear. The tail takes part. */
+    virtual void operator>>=(unsigned int count);
+    /** Moves every bit from number k to k - @p count; the highest numbers become clear. The tail takes part. */
+    virtual void operator<<=(unsigned int count);
+    /** Returns true when both masks have the same number of words and equal words; the sizes asked for do not count. */
+    virtual bool operator==(CBitMask const &other) const;
+    /** Returns the opposite of operator==(). */
+    virtual bool operator!=(CBitMask const &other) const;
+    /** Returns an owned complement of the whole mask, the tail too. */
+    virtual CBitMask operator~() const;
+    /** Complements every word in place. */
+    virtual void bitwiseNotEqual();
+    /** Makes the words that both masks have the complement of the other's. */
+    virtual void bitwiseNotEqual(CBitMask const &other);
+
+    /** Returns the bytes of the words plus 24 for the object, whoever owns the words. */
+    virtual size_t size() const;
+
+    /**
+     * Prints the mask on standard output.
+     *
+     * @param verbose  true: six header fields and every word; false: the runs of set bits, like "0-2,5,"
+     * @param width    characters a line; 0 means 80
+     * @param indent   spaces in front of continued lines (of the words from the first line on); taken as 0 when
+     *                 @p width is not larger
+     * @blocking as standard output does    @locks nothing    @context any thread, one at a time for a mask
+     */
+    virtual void display(bool verbose, int width, int indent) const;
+
+    /** Returns the position of the first set bit of a word that is not 0, counted from the most significant. */
+    static int scanbit(unsigned int word);
+    /** Returns the position of the first clear bit of a word that is not all ones, counted from the most significant.
+     */
+    static int scanclrbit(unsigned int word);
+};
+
+/**
+ * Prints a mask on standard output: six header fields, then its bits.
+ *
+ * @param mask    null, or memory that does not carry a live mask's signature, prints "Invalid CBitMask ptr"
+ * @param ranges  true: the runs of set bits, like "[0..2],[5],"; false: every word, eight to a line
+ * @return the result of the last character's output: a newline, or EOF
+ * @blocking as standard output does    @locks nothing    @context any thread, one at a time for a mask
+ */
+int printCBitMask(CBitMask const *mask, bool ranges);
+
+/** Exercises a small mask and prints numbered results on standard output. */
+void test_bitmask();
+
+#if defined(__x86_64__) || defined(__aarch64__)
+static_assert(sizeof(CBitMask) == 24, "processes linked earlier rely on it");
+#endif
+#pragma GCC visibility pop
+
+#endif

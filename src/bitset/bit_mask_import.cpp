@@ -1,0 +1,191 @@
+// bit_mask_import.cpp: CBitMask from and to bytes.
+//
+// Policy:     octet strings move whole masks; bit ranges move part of one. A range that starts and ends on a word
+//             boundary belongs to the data hooks, which carry nothing here: only a derived class gives them meaning.
+// Locking:    none.
+// Invariants: no byte outside the stated range of a buffer is read or written, none through a wider type; bits of a
+//             buffer around a range stay.
+// Cost:       one pass, a word (octet strings: an octet) at a time.
+#include "bitset.h"
+
+#include "bitset/mask_words.h"
+
+#include <algorithm>
+#include <cstdint>
+
+namespace
+{
+constexpr unsigned bitsOutAtTheEnd = 0x20000000; // (end - start - 1) / 8 + 1 with end == start, in 32 bits
+
+constexpr unsigned char reversed(unsigned char octet)
+{
+    constexpr unsigned char nibble[16] = {0, 8, 4, 12, 2, 10, 6, 14, 1, 9, 5, 13, 3, 11, 7, 15};
+    return static_cast<unsigned char>(nibble[octet >> 4] | nibble[octet & 15] << 4);
+}
+
+constexpr unsigned shiftOfOctet(unsigned index)
+{
+    return 24 - 8 * (index % 4);
+}
+
+// The word's bits from offset on, `count` (1 to 32 - offset) of them.
+constexpr unsigned bitsAt(unsigned offset, unsigned count)
+{
+    return 0xFFFFFFFFU << (32 - count) >> offset;
+}
+
+// Reads `count` (1 to 32) bits of a buffer from bit `first` on, into the most significant bits of a word.
+unsigned loadBits(const unsigned char *bytes, unsigned first, unsigned count)
+{
+    const unsigned firstByte = first / 8;
+    const unsigned lastByte = (first + count - 1) / 8; // at most four further on
+    uint64_t window = 0;
+    for (unsigned i = firstByte; i <= lastByte; ++i)
+        window |= uint64_t{bytes[i]} << (56 - 8 * (i - firstByte));
+    return static_cast<unsigned>(window << (first % 8) >> 32) & bitsAt(0, count);
+}
+
+// Writes the `count` (1 to 32) most significant bits of a word into a buffer from bit `first` on.
+void storeBits(unsigned char *bytes, unsigned first, unsigned count, unsigned bits)
+{
+    const uint64_t value = uint64_t{bits} << 32 >> (first % 8);
+    const uint64_t cover = uint64_t{bitsAt(0, count)} << 32 >> (first % 8);
+    for (unsigned i = first / 8, shift = 56; i <= (first + count - 1) / 8; ++i, shift -= 8) {
+        const unsigned keep = bytes[i] & ~static_cast<unsigned>(cover >> shift);
+        bytes[i] = static_cast<unsigned char>(keep | (static_cast<unsigned>(value >> shift) & (cover >> shift)));
+    }
+}
+
+// Calls piece(wordIndex, offsetInWord, bitCount, bitOfBuffer) for each word that bits start to end - 1 touch.
+template <class Piece>
+void forEachPiece(unsigned start, unsigned end, Piece piece)
+{
+    for (unsigned bit = start; bit < end;) {
+        const unsigned count = std::min(32 - bit % 32, end - bit);
+        piece(bit / 32, bit % 32, count, bit - start);
+        bit += count;
+    }
+}
+
+// The end of a range; the sum wraps at 32 bits, which may put the end in front of the start.
+unsigned endOfRange(const CBitMask &mask, unsigned start, unsigned count)
+{
+    return std::min(start + count, bitsOf(mask));
+}
+
+constexpr bool areWordAligned(unsigned start, unsigned end)
+{
+    return start % 32 == 0 && end % 32 == 0;
+}
+} // namespace
+
+void CBitMask::init(unsigned char const *bytes, unsigned int numBytes)
+{
+    releaseWords(*this);
+    becomeEmpty(*this);
+    if (numBytes == 0 || !ownWords(*this, (numBytes * 8 - 1) / 32 + 1))
+        return;
+    std::fill_n(maskPtr, numWords, 0U);
+    // Kept: the bytes reach the mask through a derived class's hook only; this class starts cleared
+    // (BitMaskFromBytes.TheBaseClassTakesNothingFromTheBytesAndStartsClear).
+    data_in(bytes, 0xFFFFFFFF, 0);
+    tailBits = (0U - 8 * numBytes) & 31U;
+}
+
+void CBitMask::octet_string_in(unsigned char const *src, unsigned int *len, bool reverse)
+{
+    const unsigned total = numWords * 4U;
+    unsigned moved = total;
+    if (len != nullptr && *len != 0) {
+        moved = std::min(*len, total);
+        // Kept: the mask's size, not the octets moved (BitMaskOctetString.LenBecomesTheMasksSizeInBothDirections).
+        *len = total;
+    }
+    for (unsigned i = 0; i < moved; ++i) {
+        unsigned &word = maskPtr[i / 4];
+        const unsigned octet = reverse ? reversed(src[i]) : src[i];
+        word = i % 4 == 0 ? octet << 24 : word | octet << shiftOfOctet(i);
+    }
+    for (unsigned i = (moved + 3) / 4; i < numWords; ++i)
+        maskPtr[i] = 0;
+}
+
+void CBitMask::octet_string_out(unsigned char *dst, unsigned int *len, bool reverse) const
+{
+    const unsigned total = numWords * 4U;
+    unsigned moved = total;
+    if (len != nullptr && *len != 0) {
+        moved = std::min(*len, total);
+        std::fill(dst + moved, dst + *len, static_cast<unsigned char>(0));
+        *len = total;
+    }
+    for (unsigned i = 0; i < moved; ++i) {
+        const auto octet = static_cast<unsigned char>(maskPtr[i / 4] >> shiftOfOctet(i));
+        dst[i] = reverse ? reversed(octet) : octet;
+    }
+}
+
+bool CBitMask::data_in(unsigned char const *, unsigned int, unsigned int)
+{
+    return false;
+}
+
+bool CBitMask::data_or_in(unsigned char const *, unsigned int, unsigned int)
+{
+    return false;
+}
+
+unsigned int CBitMask::data_out(unsigned char *, unsigned int, unsigned int) const
+{
+    return 0;
+}
+
+bool CBitMask::bits_in(unsigned char const *src, unsigned int count, unsigned int start)
+{
+    if (count == 0 || start > bitsOf(*this))
+        return false;
+    const unsigned end = endOfRange(*this, start, count);
+    // Kept: judged on the clamped end, while the hook gets the count that was asked for
+    // (BitMaskBitsIn.WordAlignedRangesGoToTheHookWithTheUnclampedCount).
+    if (areWordAligned(start, end))
+        return data_in(src, (count - 1) / 32 + 1, start / 32);
+    bool changed = false;
+    forEachPiece(start, end, [&](unsigned index, unsigned offset, unsigned bits, unsigned from) {
+        const unsigned old = maskPtr[index];
+        maskPtr[index] = (old & ~bitsAt(offset, bits)) | loadBits(src, from, bits) >> offset;
+        changed |= maskPtr[index] != old;
+    });
+    return changed;
+}
+
+bool CBitMask::bits_or_in(unsigned char const *src, unsigned int count, unsigned int start)
+{
+    if (count == 0 || start > bitsOf(*this))
+        return false;
+    const unsigned end = endOfRange(*this, start, count);
+    if (areWordAligned(start, end))
+        return data_or_in(src, (count - 1) / 32 + 1, start / 32);
+    bool changed = false;
+    forEachPiece(start, end, [&](unsigned index, unsigned offset, unsigned bits, unsigned from) {
+        const unsigned old = maskPtr[index];
+        maskPtr[index] = old | loadBits(src, from, bits) >> offset;
+        changed |= maskPtr[index] != old;
+    });
+    return changed;
+}
+
+unsigned int CBitMask::bits_out(unsigned char *dst, unsigned int count, unsigned int start) const
+{
+    if (count == 0 || start > bitsOf(*this))
+        return 0;
+    // Kept: exactly at the end the count of bytes wraps (BitMaskBitsOut.AtTheEndReturns0x20000000AndWritesNothing).
+    if (start == bitsOf(*this))
+        return bitsOutAtTheEnd;
+    const unsigned end = endOfRange(*this, start, count);
+    if (areWordAligned(start, end))
+        return 4 * data_out(dst, (end - start - 1) / 32 + 1, start / 32);
+    forEachPiece(start, end, [&](unsigned index, unsigned offset, unsigned bits, unsigned to) {
+        storeBits(dst, to, bits, maskPtr[index] << offset);
+    });
+    return (end - start - 1) / 8 + 1;
+}

@@ -1,0 +1,52 @@
+// mask_words.h: the words behind a mask, for the sources of this room.
+//
+// A mask that owns words frees them with delete[]; a count that 16 bits cannot hold is cut, as the field is.
+#pragma once
+
+#include "bitset.h"
+
+constexpr unsigned liveMaskSignature = 0xA5;
+constexpr unsigned bitNotFound = 0xFFFFFFFF;
+
+// Bit `bit` within its word; bits count from the most significant.
+constexpr unsigned bitInWord(unsigned bit)
+{
+    return 0x80000000U >> (bit % 32);
+}
+
+constexpr unsigned bitsOf(const CBitMask &mask)
+{
+    return mask.numWords * 32U;
+}
+
+// Frees the words that `mask` owns; a view is left as it is.
+inline void releaseWords(CBitMask &mask)
+{
+    if (!mask.autoDelete)
+        return;
+    delete[] mask.maskPtr;
+    mask.numWords = 0;
+    mask.maskPtr = nullptr;
+    mask.autoDelete = 0;
+}
+
+inline void becomeEmpty(CBitMask &mask)
+{
+    mask.autoDelete = 0;
+    mask.tailBits = 0;
+    mask.numWords = 0;
+    mask.maskPtr = nullptr;
+}
+
+// Gives `mask` an array of its own, not initialised, of `words` words cut to 16 bits. Returns false, with the mask
+// as it was, when that leaves none. Should the allocation throw, the mask is as it was, too.
+inline bool ownWords(CBitMask &mask, unsigned words)
+{
+    const unsigned count = words & 0xFFFFU;
+    if (count == 0)
+        return false;
+    mask.maskPtr = new unsigned[count];
+    mask.numWords = count & 0xFFFFU;
+    mask.autoDelete = 1;
+    return true;
+}
