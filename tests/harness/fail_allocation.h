@@ -1,0 +1,164 @@
+// fail_allocation.h: makes one allocation fail.
+//
+// Replaces malloc, calloc, realloc and the new and delete operators of the whole program, so exactly one source of a
+// test program includes it. Only the thread that holds a FailAllocation is counted and failed; every other allocation
+// goes on to the C library, or under a sanitizer to its allocator, so that leaks on failure paths are still found
+// there.
+#pragma once
+
+#include <errno.h>
+#include <stddef.h>
+#include <stdlib.h>
+
+#include <new>
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
+#define KEL_ALLOCATOR(call) __interceptor_##call
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define KEL_ALLOCATOR(call) __interceptor_##call
+#elif !defined(KEL_ALLOCATOR)
+#define KEL_ALLOCATOR(call) __libc_##call
+#endif
+
+// The allocators run before a sanitizer is ready and must not be instrumented themselves.
+#ifdef __clang__
+#define KEL_NOT_INSTRUMENTED __attribute__((no_sanitize("address", "thread", "undefined")))
+#else
+#define KEL_NOT_INSTRUMENTED __attribute__((no_sanitize("address"), no_sanitize("thread"), no_sanitize("undefined")))
+#endif
+// Inlined into its caller, a free() of what came from new looks like a mistake to the compiler.
+#define KEL_OPERATOR KEL_NOT_INSTRUMENTED __attribute__((noinline))
+
+extern "C" {
+void *KEL_ALLOCATOR(malloc)(size_t bytes);
+void *KEL_ALLOCATOR(calloc)(size_t count, size_t bytes);
+void *KEL_ALLOCATOR(realloc)(void *old, size_t bytes);
+}
+
+// Fails the nth allocation of this thread, counted from 1, and lets all others through. One at a time.
+//
+//     for (int nth = 1;; ++nth) {
+//         FailAllocation failing(nth);
+//         SEM_ID sem = semMCreate(0);
+//         if (!failing.happened()) { EXPECT_EQ(0, semDelete(sem)); break; }
+//         EXPECT_EQ(nullptr, sem) << "allocation " << nth;
+//     }
+class FailAllocation
+{
+public:
+    explicit FailAllocation(int nth)
+    {
+        countdown() = nth;
+    }
+    ~FailAllocation()
+    {
+        countdown() = 0;
+    }
+    FailAllocation(const FailAllocation &) = delete;
+    FailAllocation &operator=(const FailAllocation &) = delete;
+
+    // Whether the allocation has failed. Nothing fails any more once this was asked: what the test does next is safe.
+    bool happened()
+    {
+        const bool reached = countdown() <= 0;
+        countdown() = 0;
+        return reached;
+    }
+
+    // Asked by the allocators below.
+    KEL_NOT_INSTRUMENTED static bool isDue()
+    {
+        int &left = countdown();
+        if (left > 1) {
+            --left;
+            return false;
+        }
+        if (left < 1)
+            return false;
+        left = Failed;
+        errno = ENOMEM;
+        return true;
+    }
+
+private:
+    static constexpr int Failed = -1;
+
+    // Allocations until the one that fails; 0 when none is to fail.
+    KEL_NOT_INSTRUMENTED static int &countdown()
+    {
+        static thread_local constinit int left = 0;
+        return left;
+    }
+};
+
+extern "C" {
+KEL_NOT_INSTRUMENTED void *malloc(size_t bytes) noexcept
+{
+    return FailAllocation::isDue() ? nullptr : KEL_ALLOCATOR(malloc)(bytes);
+}
+
+KEL_NOT_INSTRUMENTED void *calloc(size_t count, size_t bytes) noexcept
+{
+    return FailAllocation::isDue() ? nullptr : KEL_ALLOCATOR(calloc)(count, bytes);
+}
+
+KEL_NOT_INSTRUMENTED void *realloc(void *old, size_t bytes) noexcept
+{
+    return FailAllocation::isDue() ? nullptr : KEL_ALLOCATOR(realloc)(old, bytes);
+}
+}
+
+KEL_OPERATOR void *operator new(size_t bytes)
+{
+    if (void *memory = malloc(bytes != 0 ? bytes : 1))
+        return memory;
+    throw std::bad_alloc();
+}
+
+KEL_OPERATOR void *operator new[](size_t bytes)
+{
+    return operator new(bytes);
+}
+
+KEL_OPERATOR void *operator new(size_t bytes, const std::nothrow_t &) noexcept
+{
+    return malloc(bytes != 0 ? bytes : 1);
+}
+
+KEL_OPERATOR void *operator new[](size_t bytes, const std::nothrow_t &) noexcept
+{
+    return malloc(bytes != 0 ? bytes : 1);
+}
+
+KEL_OPERATOR void operator delete(void *memory) noexcept
+{
+    free(memory);
+}
+
+KEL_OPERATOR void operator delete[](void *memory) noexcept
+{
+    free(memory);
+}
+
+KEL_OPERATOR void operator delete(void *memory, size_t) noexcept
+{
+    free(memory);
+}
+
+KEL_OPERATOR void operator delete[](void *memory, size_t) noexcept
+{
+    free(memory);
+}
+
+KEL_OPERATOR void operator delete(void *memory, const std::nothrow_t &) noexcept
+{
+    free(memory);
+}
+
+KEL_OPERATOR void operator delete[](void *memory, const std::nothrow_t &) noexcept
+{
+    free(memory);
+}
