@@ -1,4 +1,5 @@
-# kel_add_test(name [LIBRARIES ...]): one GoogleTest program, name.cpp in the current folder.
+# kel_add_test(name [LIBRARIES ...] [SOURCES ...]): one GoogleTest program, name.cpp in the current folder.
+# SOURCES are sources of src/ that a test compiles in, because it asks functions that the library does not export.
 find_package(GTest REQUIRED)
 
 set(KEL_TEST_ENVIRONMENT
@@ -7,8 +8,9 @@ set(KEL_TEST_ENVIRONMENT
     "UBSAN_OPTIONS=print_stacktrace=1")
 
 function(kel_add_test name)
-    cmake_parse_arguments(arg "" "" "LIBRARIES" ${ARGN})
-    add_executable(${name} ${name}.cpp)
+    cmake_parse_arguments(arg "" "" "LIBRARIES;SOURCES" ${ARGN})
+    list(TRANSFORM arg_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/src/)
+    add_executable(${name} ${name}.cpp ${arg_SOURCES})
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests ${PROJECT_SOURCE_DIR}/src)
     target_link_libraries(${name} PRIVATE kel_flags kel_utils kel_platform_link ${arg_LIBRARIES} GTest::gmock
         GTest::gtest_main)

@@ -187,8 +187,9 @@ void semShow(SEM_ID sem, int level);
  * The thread library keeps the stack of a task that has returned; after about 32,000 finished tasks no more start.
  *
  * @param name,priority,options  ignored
- * @param stackSize  bytes; three times as much is requested, 0 asks for the default. A size that the thread library
- *                   refuses (on arm64 a request below 128 KiB after the multiplication) gives the default stack.
+ * @param stackSize  bytes; three times as much (a signed 32-bit product) is requested, 0 asks for the default. A size that
+ *                   the thread library refuses gives the default stack: on arm64 a product below 128 KiB, everywhere
+ *                   one that is too large or negative.
  * @param entry      runs in the new thread, with one null argument; its result is ignored
  * @param arg1,arg2,arg3,arg4,arg5,arg6,arg7,arg8,arg9,arg10  ignored
  * @retval 0       started; this is not a task identifier

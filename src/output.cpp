@@ -1,6 +1,8 @@
 // output.cpp: console print, early log and the memory forwarders.
 //
-// Nothing here locks; the line buffer of dbgCliPrint belongs to one caller.
+// Locking:    none; the line buffer of dbgCliPrint belongs to one caller.
+// Invariants: *cursor + *remaining == buf + bufSize, and the byte at the cursor is zero after every text that was kept.
+// Cost:       one formatting a call, two when the buffer is sent; nothing allocates.
 #include "vxw_shim.h"
 
 #include <kel_platform.h>
@@ -26,17 +28,23 @@ int dbgCliPrint(char *buf, size_t bufSize, char **cursor, size_t *remaining, int
     va_start(arguments, format);
     int length = vsnprintf(*cursor, *remaining, format, arguments);
     va_end(arguments);
-    if (length < 0)
+    if (length < 0) {
+        if (*remaining > 0)
+            **cursor = '\0'; // cuts off what came before the error
         return length;
+    }
     if (*remaining > static_cast<size_t>(length)) {
         *cursor += length;
         *remaining -= static_cast<size_t>(length);
         return length;
     }
+    // Kept: a text that can never fit is dropped, yet its first bytes stay behind the cursor, where a caller's last
+    // flush shows them (DbgCliPrint.ATextThatCanNeverFitIsDroppedAndItsStartStaysBehindTheCursor).
     if (static_cast<size_t>(length) >= bufSize)
         return length;
 
-    **cursor = '\0'; // cuts off the partial text
+    // Cuts off the partial text. A caller without any room left has no byte at the cursor: its last one ends the text.
+    *(*remaining > 0 ? *cursor : buf + bufSize - 1) = '\0';
     sendText(cli, buf);
     *cursor = buf;
     *remaining = bufSize;

@@ -1,4 +1,7 @@
 // task.cpp: tasks are joinable POSIX threads that nobody joins.
+//
+// Policy:  the stack request decides how much stack there is, never whether the task starts.
+// Locking: none; nothing is remembered about a task.
 #include "vxw_shim.h"
 
 #include <pthread.h>
@@ -17,13 +20,16 @@ void *runTask(void *entry)
 // that stay joinable (Task.StaysJoinable).
 int taskSpawn(const char *, int, int, int stackSize, FUNCPTR entry, int, int, int, int, int, int, int, int, int, int)
 {
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    if (stackSize != 0) {
-        // A size that is refused leaves the default; a spawn never fails for it.
-        const auto request = static_cast<int32_t>(static_cast<uint32_t>(stackSize) * 3U);
-        pthread_attr_setstacksize(&attributes, static_cast<size_t>(request));
-    }
+    void *const start = reinterpret_cast<void *>(entry);
     pthread_t discarded;
-    return pthread_create(&discarded, &attributes, runTask, reinterpret_cast<void *>(entry));
+    if (stackSize != 0) {
+        pthread_attr_t attributes;
+        pthread_attr_init(&attributes);
+        const auto request = static_cast<int32_t>(static_cast<uint32_t>(stackSize) * 3U);
+        // Sizes that are too small are refused here, sizes that are too large (a negative product) only on creation.
+        if (pthread_attr_setstacksize(&attributes, static_cast<size_t>(request)) == 0 &&
+            pthread_create(&discarded, &attributes, runTask, start) == 0)
+            return 0;
+    }
+    return pthread_create(&discarded, nullptr, runTask, start);
 }
