@@ -57,8 +57,8 @@ static void dropOldest(struct trace_ring *ring)
 
 static void append(struct trace_ring *ring, const char *text, size_t length)
 {
-    const struct line_header header = {.time = wallClock(), .length = length};
     pthread_mutex_lock(&ring->lock);
+    const struct line_header header = {.time = wallClock(), .length = length};
     while (ring->head - ring->tail + sizeof header + length > ring->size)
         dropOldest(ring);
     copyIn(ring, ring->head, &header, sizeof header);
