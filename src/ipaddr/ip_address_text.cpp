@@ -129,6 +129,8 @@ void get_unmapped_address_string(const char *text, char *buf, unsigned int len)
     CIpAddress address;
     if (address.setAddrString(text, AF_INET, AI_NUMERICHOST) != 0)
         address.setAddrString(text, AF_INET6, AI_NUMERICHOST);
+    // Kept: strncpy() as it is, so that a short buffer is cut without a zero and a long one filled up
+    // (IpAddressUnmapped.CCallWithAShortBufferWritesUnknownAsStrncpyDoes).
     if (len > INT_MAX || address.getUnmappedAddressString(buf, static_cast<int>(len)) != 0)
         strncpy(buf, "UNKNOWN", len);
 }

@@ -64,7 +64,9 @@ int CIpHostname::getInetAddress(int &type, unsigned char *bytes, int &len) const
         if (room <= LongestName)
             return 1;
         type = Dns;
-        const size_t length = nameLen > 0 ? nameLen - 1U : 0; // no stored text and a wrapped length are both no bytes
+        // Kept: a wrapped length is exported as no bytes, like no text
+        // (IpHostnameExport.NameOf255CharactersExportsNoBytes).
+        const size_t length = nameLen > 0 ? nameLen - 1U : 0;
         memcpy(bytes, name, length);
         len = static_cast<int>(length);
         return 0;
