@@ -93,6 +93,8 @@ int SuBITS::findSetBit(unsigned int &pos) const
     return 0;
 }
 
+// Kept: 0 is success here too, but a search that fails leaves `pos` alone
+// (BitsSearchDown.ZeroMeansFoundAndAFailureLeavesPosAlone).
 int SuBITS::nextBitLexico(unsigned int &pos) const
 {
     const uint64_t end = bitsInUse(*this);

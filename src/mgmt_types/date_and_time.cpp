@@ -101,6 +101,8 @@ void SuDateAndTime::clear()
         memset(os.ptr, 0, static_cast<size_t>(os.len));
 }
 
+// Kept: the offset is stored beside local time as it is given, neither derived nor applied; the caller supplies a pair
+// that belongs together (DateAndTimeStore.OffsetIsStoredAndNotApplied).
 void SuDateAndTime::setValue(long seconds, int hoursFromUtc, unsigned int minutesFromUtc)
 {
     const time_t time = seconds;

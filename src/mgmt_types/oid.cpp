@@ -158,6 +158,8 @@ void SuOID::setData(unsigned char const *data, int n)
         oid.ptr[i] = loadBigEndian32(data + OctetsEach * i);
 }
 
+// Kept: all allocated sub-identifiers, not only the value: the dump is for looking at storage
+// (OidDump.WalksAllAllocatedSubIdentifiersAndMarksWhereTheValueEnds).
 void SuOID::dump(bool dotted) const
 {
     printf("oid.ptr = %8p, oid.len = %d, size = %d\n", static_cast<void *>(oid.ptr), oid.len, size);
