@@ -314,8 +314,216 @@ int printCBitMask(CBitMask const *mask, bool ranges);
 /** Exercises a small mask and prints numbered results on standard output. */
 void test_bitmask();
 
+/**
+ * A fixed-size table of bits: rows of whole 32-bit words, one behind the other, owned or in memory of the caller.
+ *
+ * Bit (row, column) is `0x80000000 >> (column % 32)` of word `row * wordsPerRow + column / 32`, so each row is a mask.
+ * The spare columns, from numColumns to the end of a row's last word, are refused by setBit, clrBit, assignBit, chkBit
+ * and the calls on columns, and reached by those on rows and on the whole matrix. Rows are handled through CBitMask
+ * views, which take at most 65535 words.
+ *
+ * Every operation is virtual, and operations that use others call them through the virtual table.
+ */
+class CBitMatrix
+{
+public:
+    unsigned int numRows;     /**< rows */
+    unsigned int numColumns;  /**< columns, without the spare ones */
+    unsigned int wordsPerRow; /**< 32-bit words of a row */
+    unsigned int *maskPtr;    /**< numRows times wordsPerRow words, row 0 first; null when there are none */
+    unsigned char autoDelete; /**< 1: the matrix owns the words and frees them */
+    unsigned char signature;  /**< 0x5A from construction until destruction, then 0 */
+
+    /** Makes an empty matrix. */
+    CBitMatrix();
+    /** Makes a cleared matrix, as init(unsigned int, unsigned int, unsigned int *) does. */
+    CBitMatrix(unsigned int rows, unsigned int columns, unsigned int *words);
+    /** Makes an owned copy, as init(CBitMatrix const &) does. */
+    CBitMatrix(CBitMatrix const &other);
+    CBitMatrix &operator=(CBitMatrix const &) = delete;
+
+    /** Clears the signature, then frees the words if the matrix owns them. */
+    virtual ~CBitMatrix();
+
+    /**
+     * Makes the matrix a cleared one, after freeing the words it owned.
+     *
+     * @param rows     0 gives a matrix without words
+     * @param columns  0 gives a matrix without words
+     * @param words    null: the matrix allocates and owns its words; otherwise the caller's words are used and cleared,
+     *                 @p rows times the words of a row, which must outlive the matrix
+     * @blocking no    @locks nothing    @context any thread, one at a time for a matrix
+     */
+    virtual void init(unsigned int rows, unsigned int columns, unsigned int *words);
+
+    /**
+     * Makes the matrix an owned copy of another, after freeing the words it owned. A matrix that owns its words and is
+     * its own @p other therefore ends empty.
+     *
+     * @blocking no    @locks nothing    @context any thread, one at a time for a matrix
+     */
+    virtual void init(CBitMatrix const &other);
+
+    /** Returns the bytes of the words plus 40 for the object, whoever owns the words. */
+    virtual size_t size() const;
+
+    /** Hook for derived classes: fills the matrix from bytes. This one takes nothing and returns false. */
+    virtual bool data_in(unsigned char const *src);
+    /** Hook for derived classes: writes the matrix to bytes. This one writes nothing and returns the words' bytes. */
+    virtual unsigned int data_out(unsigned char *dst) const;
+
+    /**
+     * Makes a rectangle equal to the first bits of a byte buffer, row by row; rows are not padded to bytes.
+     *
+     * A single row follows the rules of CBitMask::bits_in(), so columns that start and end on a word boundary transfer
+     * nothing.
+     *
+     * @param src                bit 0 is the most significant bit of byte 0
+     * @param rowFirst,rowLast   rows, both included
+     * @param colFirst,colLast   columns, both included; spare ones count
+     * @return true if a bit changed; false too when the first row or column is behind the last or a row or column has
+     *         no words, with nothing written
+     * @blocking no    @locks nothing    @context any thread, one at a time for a matrix
+     */
+    virtual bool bits_in(unsigned char const *src, unsigned int rowFirst, unsigned int rowLast, unsigned int colFirst,
+                         unsigned int colLast);
+
+    /**
+     * Writes a rectangle to the first bits of a byte buffer, row by row; the other bits of the bytes touched stay.
+     *
+     * A single row follows the rules of CBitMask::bits_out(), so columns that start and end on a word boundary transfer
+     * nothing, and a row that does not exist gives 0.
+     *
+     * @param dst                bit 0 is the most significant bit of byte 0
+     * @param rowFirst,rowLast   rows, both included
+     * @param colFirst,colLast   columns, both included; spare ones count
+     * @return bytes touched; 0x20000000 when several rows give no bit: the first row or column is behind the last, or a
+     *         row or column has no words
+     * @blocking no    @locks nothing    @context any thread, one at a time for a matrix
+     */
+    virtual unsigned int bits_out(unsigned char *dst, unsigned int rowFirst, unsigned int rowLast,
+                                  unsigned int colFirst, unsigned int colLast) const;
+
+    /** Makes every bit equal to @p value, the spare columns too. */
+    virtual void set(bool value);
+
+    /**
+     * Sets or clears a range of a row.
+     *
+     * @param row    a row that does not exist is ignored
+     * @param value  true sets
+     * @param count  bits; 0 means numColumns; cut at the end of the row's words
+     * @param start  first column; beyond the row's words it means 0, exactly at their end nothing happens
+     * @blocking no    @locks nothing    @context any thread, one at a time for a matrix
+     */
+    virtual void setRow(unsigned int row, bool value, unsigned int count, unsigned int start);
+
+    /**
+     * Sets or clears a range of a column.
+     *
+     * @param col    a column behind the row's words is ignored; a spare one is not
+     * @param value  true sets
+     * @param count  rows; 0 or more than there are behind @p start means all of them
+     * @param start  first row; beyond the number of rows it means 0, exactly at it nothing happens
+     * @blocking no    @locks nothing    @context any thread, one at a time for a matrix
+     */
+    virtual void setCol(unsigned int col, bool value, unsigned int count, unsigned int start);
+
+    /** Clears every bit, through set(bool). */
+    virtual void reset();
+    /** Clears a range of a row, through setRow(). */
+    virtual void resetRow(unsigned int row, unsigned int count, unsigned int start);
+    /** Clears a range of a column, through setCol(). */
+    virtual void resetCol(unsigned int col, unsigned int count, unsigned int start);
+    /** Complements every word in place, the spare columns too. */
+    virtual void bitwiseNotEqual();
+
+    /** Sets a bit; returns true if it was clear, false too when there is no such row or column. */
+    virtual bool setBit(unsigned int row, unsigned int col);
+    /** Clears a bit; returns true if it was set, false too when there is no such row or column. */
+    virtual bool clrBit(unsigned int row, unsigned int col);
+    /** Makes a bit equal to @p value through setBit() or clrBit(), whose result it returns. */
+    virtual bool assignBit(unsigned int row, unsigned int col, bool value);
+    /** Returns a bit; false when there is no such row or column. */
+    virtual bool chkBit(unsigned int row, unsigned int col) const;
+    /** Returns true when any bit is set, spare columns included. */
+    virtual bool bitsAreSet() const;
+    /** Returns true when any bit of the row is set, spare columns included; false when there is no such row. */
+    virtual bool rowBitsAreSet(unsigned int row) const;
+    /** Returns true when any bit of the column is set; false when there is no such column. */
+    virtual bool colBitsAreSet(unsigned int col) const;
+    /** Returns how many bits are set, spare columns included, counted afresh. */
+    virtual unsigned int numBitsSet() const;
+
+    /**
+     * Finds the first set bit of a row from column @p start on, and clears it if @p take is true.
+     *
+     * @return its column, which may be a spare one, or 0xFFFFFFFF when there is none or no such row
+     * @blocking no    @locks nothing    @context any thread, one at a time for a matrix
+     */
+    virtual unsigned int findRowSetBit(unsigned int row, unsigned int start, bool take) const;
+
+    /**
+     * Finds the first set bit of a column from row @p startRow on, and clears it if @p take is true.
+     *
+     * @return its row, or 0xFFFFFFFF when there is none or no such column
+     * @blocking no    @locks nothing    @context any thread, one at a time for a matrix
+     */
+    virtual unsigned int findColSetBit(unsigned int col, unsigned int startRow, bool take) const;
+
+    /** Finds the first clear bit of a row, and sets it if @p take is true; otherwise as findRowSetBit(). */
+    virtual unsigned int findRowClrBit(unsigned int row, unsigned int start, bool take) const;
+    /** Finds the first clear bit of a column, and sets it if @p take is true; otherwise as findColSetBit(). */
+    virtual unsigned int findColClrBit(unsigned int col, unsigned int startRow, bool take) const;
+
+    /**
+     * Copies a row into a mask.
+     *
+     * @param out  a mask of at least a row's words; a longer one gets the words of the following rows as well, as far
+     *             as there are any
+     * @return true; false when @p out is null or too short or there is no such row
+     * @blocking no    @locks nothing    @context any thread, one at a time for a matrix
+     */
+    virtual bool getRow(unsigned int row, CBitMask *out) const;
+
+    /**
+     * Copies a mask into a row, as CBitMask::assign() copies whole words: the last word is merged.
+     *
+     * @return true if a word changed; false too when @p in is null or there is no such row
+     * @blocking no    @locks nothing    @context any thread, one at a time for a matrix
+     */
+    virtual bool setRow(unsigned int row, CBitMask *in);
+
+    /**
+     * Copies a column into a mask, row i to bit i; further bits of the mask stay.
+     *
+     * @return true; false when @p out is null or has fewer bits than there are rows, or there is no such column
+     * @blocking no    @locks nothing    @context any thread, one at a time for a matrix
+     */
+    virtual bool getCol(unsigned int col, CBitMask *out) const;
+
+    /**
+     * Copies a mask into a column, bit i to row i.
+     *
+     * @return true if a bit changed; false too when @p in is null or has fewer bits than there are rows, or there is
+     *         no such column
+     * @blocking no    @locks nothing    @context any thread, one at a time for a matrix
+     */
+    virtual bool setCol(unsigned int col, CBitMask *in);
+};
+
+/**
+ * Prints a matrix on standard output: seven header fields, then its bits.
+ *
+ * @param m       null, or memory that does not carry a live matrix's signature, prints "Invalid CBitMatrix ptr"
+ * @param ranges  true: the runs of set columns of every row, like "[2,0..3,0],[5,1],"; false: every word
+ * @blocking as standard output does    @locks nothing    @context any thread, one at a time for a matrix
+ */
+void printCBitMatrix(CBitMatrix const *m, bool ranges);
+
 #if defined(__x86_64__) || defined(__aarch64__)
 static_assert(sizeof(CBitMask) == 24, "processes linked earlier rely on it");
+static_assert(sizeof(CBitMatrix) == 40, "processes linked earlier rely on it");
 #endif
 #pragma GCC visibility pop
 

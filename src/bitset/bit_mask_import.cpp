@@ -8,15 +8,13 @@
 // Cost:       one pass, a word (octet strings: an octet) at a time.
 #include "bitset.h"
 
+#include "bitset/bit_buffer.h"
 #include "bitset/mask_words.h"
 
 #include <algorithm>
-#include <cstdint>
 
 namespace
 {
-constexpr unsigned bitsOutAtTheEnd = 0x20000000; // (end - start - 1) / 8 + 1 with end == start, in 32 bits
-
 constexpr unsigned char reversed(unsigned char octet)
 {
     constexpr unsigned char nibble[16] = {0, 8, 4, 12, 2, 10, 6, 14, 1, 9, 5, 13, 3, 11, 7, 15};
@@ -26,45 +24,6 @@ constexpr unsigned char reversed(unsigned char octet)
 constexpr unsigned shiftOfOctet(unsigned index)
 {
     return 24 - 8 * (index % 4);
-}
-
-// The word's bits from offset on, `count` (1 to 32 - offset) of them.
-constexpr unsigned bitsAt(unsigned offset, unsigned count)
-{
-    return 0xFFFFFFFFU << (32 - count) >> offset;
-}
-
-// Reads `count` (1 to 32) bits of a buffer from bit `first` on, into the most significant bits of a word.
-unsigned loadBits(const unsigned char *bytes, unsigned first, unsigned count)
-{
-    const unsigned firstByte = first / 8;
-    const unsigned lastByte = (first + count - 1) / 8; // at most four further on
-    uint64_t window = 0;
-    for (unsigned i = firstByte; i <= lastByte; ++i)
-        window |= uint64_t{bytes[i]} << (56 - 8 * (i - firstByte));
-    return static_cast<unsigned>(window << (first % 8) >> 32) & bitsAt(0, count);
-}
-
-// Writes the `count` (1 to 32) most significant bits of a word into a buffer from bit `first` on.
-void storeBits(unsigned char *bytes, unsigned first, unsigned count, unsigned bits)
-{
-    const uint64_t value = uint64_t{bits} << 32 >> (first % 8);
-    const uint64_t cover = uint64_t{bitsAt(0, count)} << 32 >> (first % 8);
-    for (unsigned i = first / 8, shift = 56; i <= (first + count - 1) / 8; ++i, shift -= 8) {
-        const unsigned keep = bytes[i] & ~static_cast<unsigned>(cover >> shift);
-        bytes[i] = static_cast<unsigned char>(keep | (static_cast<unsigned>(value >> shift) & (cover >> shift)));
-    }
-}
-
-// Calls piece(wordIndex, offsetInWord, bitCount, bitOfBuffer) for each word that bits start to end - 1 touch.
-template <class Piece>
-void forEachPiece(unsigned start, unsigned end, Piece piece)
-{
-    for (unsigned bit = start; bit < end;) {
-        const unsigned count = std::min(32 - bit % 32, end - bit);
-        piece(bit / 32, bit % 32, count, bit - start);
-        bit += count;
-    }
 }
 
 // The end of a range; the sum wraps at 32 bits, which may put the end in front of the start.
@@ -150,7 +109,7 @@ bool CBitMask::bits_in(unsigned char const *src, unsigned int count, unsigned in
     if (areWordAligned(start, end))
         return data_in(src, (count - 1) / 32 + 1, start / 32);
     bool changed = false;
-    forEachPiece(start, end, [&](unsigned index, unsigned offset, unsigned bits, unsigned from) {
+    forEachPiece(start, end, 0, [&](unsigned index, unsigned offset, unsigned bits, size_t from) {
         const unsigned old = maskPtr[index];
         maskPtr[index] = (old & ~bitsAt(offset, bits)) | loadBits(src, from, bits) >> offset;
         changed |= maskPtr[index] != old;
@@ -166,7 +125,7 @@ bool CBitMask::bits_or_in(unsigned char const *src, unsigned int count, unsigned
     if (areWordAligned(start, end))
         return data_or_in(src, (count - 1) / 32 + 1, start / 32);
     bool changed = false;
-    forEachPiece(start, end, [&](unsigned index, unsigned offset, unsigned bits, unsigned from) {
+    forEachPiece(start, end, 0, [&](unsigned index, unsigned offset, unsigned bits, size_t from) {
         const unsigned old = maskPtr[index];
         maskPtr[index] = old | loadBits(src, from, bits) >> offset;
         changed |= maskPtr[index] != old;
@@ -180,12 +139,12 @@ unsigned int CBitMask::bits_out(unsigned char *dst, unsigned int count, unsigned
         return 0;
     // Kept: exactly at the end the count of bytes wraps (BitMaskBitsOut.AtTheEndReturns0x20000000AndWritesNothing).
     if (start == bitsOf(*this))
-        return bitsOutAtTheEnd;
+        return bytesOfNoBits;
     const unsigned end = endOfRange(*this, start, count);
     if (areWordAligned(start, end))
         return 4 * data_out(dst, (end - start - 1) / 32 + 1, start / 32);
-    forEachPiece(start, end, [&](unsigned index, unsigned offset, unsigned bits, unsigned to) {
+    forEachPiece(start, end, 0, [&](unsigned index, unsigned offset, unsigned bits, size_t to) {
         storeBits(dst, to, bits, maskPtr[index] << offset);
     });
-    return (end - start - 1) / 8 + 1;
+    return bytesTouched(end - start);
 }
