@@ -2,27 +2,17 @@
 #include "bitset.h"
 
 #include "bitset/counting_mask.h"
+#include "bitset/slot_of.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdint>
 #include <cstring>
 #include <new>
 #include <thread>
 
 namespace
 {
-// The slot of a virtual function: a pointer to one holds the offset in the virtual table (plus 1 on x86-64).
-template <class Method>
-size_t slotOf(Method method)
-{
-    uintptr_t offset;
-    static_assert(sizeof method >= sizeof offset);
-    memcpy(&offset, &method, sizeof offset);
-    return offset / sizeof(void *);
-}
-
 template <class Result, class... Arguments>
 auto plain(Result (CBitMask::*method)(Arguments...))
 {
