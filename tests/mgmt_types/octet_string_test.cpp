@@ -392,7 +392,7 @@ TEST(OctetStringModel, AgreesAfterAnyProgram)
             GuardedBytes out(target.model.value.size() + 1);
             ASSERT_EQ(0, target.real.getStr(out.text()));
             ASSERT_TRUE(out.intact());
-            ASSERT_EQ(0, memcmp(target.model.value.data(), out.data(), target.model.value.size()));
+            ASSERT_TRUE(std::equal(target.model.value.begin(), target.model.value.end(), out.data()));
         }
     }
 }
