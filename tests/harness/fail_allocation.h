@@ -6,29 +6,20 @@
 // there.
 #pragma once
 
+#include "harness/instrumented.h"
+
 #include <errno.h>
 #include <stddef.h>
 #include <stdlib.h>
 
 #include <new>
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
+#if defined(KEL_UNDER_ASAN) || defined(KEL_UNDER_TSAN)
 #define KEL_ALLOCATOR(call) __interceptor_##call
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define KEL_ALLOCATOR(call) __interceptor_##call
-#elif !defined(KEL_ALLOCATOR)
+#else
 #define KEL_ALLOCATOR(call) __libc_##call
 #endif
 
-// The allocators run before a sanitizer is ready and must not be instrumented themselves.
-#ifdef __clang__
-#define KEL_NOT_INSTRUMENTED __attribute__((no_sanitize("address", "thread", "undefined")))
-#else
-#define KEL_NOT_INSTRUMENTED __attribute__((no_sanitize("address"), no_sanitize("thread"), no_sanitize("undefined")))
-#endif
 // Inlined into its caller, a free() of what came from new looks like a mistake to the compiler.
 #define KEL_OPERATOR KEL_NOT_INSTRUMENTED __attribute__((noinline))
 

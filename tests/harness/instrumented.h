@@ -27,6 +27,13 @@ inline constexpr bool UnderThreadSanitizer = true;
 inline constexpr bool UnderThreadSanitizer = false;
 #endif
 
+// For functions that a sanitizer calls itself, before it has made the program or a thread ready for its checks.
+#ifdef __clang__
+#define KEL_NOT_INSTRUMENTED __attribute__((no_sanitize("address", "thread", "undefined")))
+#else
+#define KEL_NOT_INSTRUMENTED __attribute__((no_sanitize("address"), no_sanitize("thread"), no_sanitize("undefined")))
+#endif
+
 // Figures of long tests: the full one in a plain build.
 constexpr int scaled(int full)
 {
