@@ -202,7 +202,7 @@ public:
      *
      * Two IPv4 addresses are ordered by their stored words read as little-endian numbers, so a distance may come out
      * modulo 2^32 (10.0.0.255 and 10.0.1.0 give 0xFFFFFFFF). Of two IPv6 addresses the only one with a scope id is the
-     * higher, else the greater number, else the greater scope id.
+     * higher, else the greater number.
      *
      * @param other  of the same family
      * @param count  receives the distance; untouched unless 0 is returned, and for two of the same unknown family

@@ -47,12 +47,12 @@ uint32_t ipv4Distance(const Ipv4 &one, const Ipv4 &other)
     return loadLittleEndian32(one.bytes) > loadLittleEndian32(other.bytes) ? a - b : b - a;
 }
 
+// The only zoned one is the larger, else the greater number. Two zones of one number are a distance of 0 either way.
 bool ipv6IsLarger(const CIpAddress &one, const CIpAddress &other)
 {
     if ((one.scopeId == 0) != (other.scopeId == 0))
         return one.scopeId != 0;
-    const int order = memcmp(one.ipv6, other.ipv6, Ipv6Bytes);
-    return order != 0 ? order > 0 : one.scopeId > other.scopeId;
+    return memcmp(one.ipv6, other.ipv6, Ipv6Bytes) > 0;
 }
 
 int ipv6Distance(const CIpAddress &larger, const CIpAddress &smaller, unsigned int &count)

@@ -47,10 +47,10 @@ void takeFrom(CIpAddress &address, const addrinfo &found)
 void nameZone(const CIpAddress &address, char *text, int len)
 {
     char *const mark = strchr(text, '%');
-    if (mark == nullptr || mark[1] == '\0')
+    if (mark == nullptr)
         return;
     char *const zone = mark + 1;
-    const long ifIndex = strtol(zone, nullptr, 10);
+    const long ifIndex = strtol(zone, nullptr, 10); // 0 for a name, or for nothing behind the mark
     if (ifIndex != 0)
         address.getIfNameFromIfIndexDD(static_cast<unsigned int>(ifIndex), zone, len - static_cast<int>(zone - text));
 }

@@ -61,8 +61,12 @@ TEST(IpAddressConversion, OnlyAMappedAddressBecomesIpv4)
         EXPECT_EQ(1, address.convertToAddressFamily(AF_INET)) << text;
         EXPECT_EQ(before, bytesOf(address)) << text;
     }
-    CIpAddress empty;
-    EXPECT_EQ(1, empty.convertToAddressFamily(AF_INET));
+    for (unsigned short family : std::initializer_list<unsigned short>{0, 77}) { // mapped bytes, but not of IPv6
+        CIpAddress address = ip("::ffff:10.1.2.3");
+        address.family = family;
+        EXPECT_EQ(1, address.convertToAddressFamily(AF_INET));
+        EXPECT_EQ(family, address.family);
+    }
 
     CIpAddress mapped = ip("::ffff:10.1.2.3");
     EXPECT_EQ(0, mapped.convertToAddressFamily(AF_INET));

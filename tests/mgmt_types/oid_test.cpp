@@ -127,6 +127,9 @@ TEST(OidText, ShorterTextKeepsTheRoom)
     EXPECT_EQ(array, made.oid.ptr);
     EXPECT_EQ(5, made.size);
     EXPECT_EQ((SubIdentifiers{7, 8}), held(made));
+    made = "5.4.3.2.1"; // one that just fits
+    EXPECT_EQ(array, made.oid.ptr);
+    EXPECT_EQ((SubIdentifiers{5, 4, 3, 2, 1}), held(made));
 }
 
 TEST(OidText, ManySubIdentifiersHaveNoLimit)
