@@ -140,8 +140,8 @@ int SuOID::getData(unsigned char *dst, int &n) const
         n = 0;
         return 1;
     }
-    for (int i = 0; i < oid.len; i++)
-        storeBigEndian32(dst + OctetsEach * i, oid.ptr[i]);
+    for (int i = 0; i < oid.len; i++, dst += OctetsEach)
+        storeBigEndian32(dst, oid.ptr[i]);
     n = static_cast<int>(needed);
     return 0;
 }
@@ -154,8 +154,8 @@ void SuOID::setData(unsigned char const *data, int n)
         n = 0;
     growTo(*this, n / OctetsEach);
     oid.len = n / OctetsEach;
-    for (int i = 0; i < oid.len; i++)
-        oid.ptr[i] = loadBigEndian32(data + OctetsEach * i);
+    for (int i = 0; i < oid.len; i++, data += OctetsEach)
+        oid.ptr[i] = loadBigEndian32(data);
 }
 
 // Kept: all allocated sub-identifiers, not only the value: the dump is for looking at storage
