@@ -187,9 +187,9 @@ void semShow(SEM_ID sem, int level);
  * The thread library keeps the stack of a task that has returned; after about 32,000 finished tasks no more start.
  *
  * @param name,priority,options  ignored
- * @param stackSize  bytes; three times as much (a signed 32-bit product) is requested, 0 asks for the default. A size that
- *                   the thread library refuses gives the default stack: on arm64 a product below 128 KiB, everywhere
- *                   one that is too large or negative.
+ * @param stackSize  bytes; three times as much (a signed 32-bit product) is requested, 0 asks for the default. A size
+ * that the thread library refuses gives the default stack: on arm64 a product below 128 KiB, everywhere one that is too
+ * large or negative.
  * @param entry      runs in the new thread, with one null argument; its result is ignored
  * @param arg1,arg2,arg3,arg4,arg5,arg6,arg7,arg8,arg9,arg10  ignored
  * @retval 0       started; this is not a task identifier
@@ -218,6 +218,60 @@ int sysClkRateGet(void);
  * @blocking no    @locks nothing    @context any thread, signal handlers too
  */
 uint32_t tickGet(void);
+
+/** A fixed-size message queue: a bounded ring of slots for messages up to one length. Opaque. */
+typedef struct msg_q *MSG_Q_ID;
+
+/**
+ * Creates a fixed-size message queue. It lives until the process ends: no call deletes it.
+ *
+ * The memory of all slots, maxMessages * (maxMessageLength + 4) bytes, is taken here. That product is a signed 32-bit
+ * number: one that wraps to a positive value gives memory for the first slots only, and a message that would go into
+ * another slot is refused.
+ *
+ * @param maxMessages       messages it holds, above 0
+ * @param maxMessageLength  bytes of the longest message, above 0
+ * @param options           ignored; messages leave in the order in which they came
+ * @return the queue; null when a number is not above 0, when the product is negative and when memory is short
+ * @blocking no    @locks nothing    @context any thread
+ */
+MSG_Q_ID msgQCreate(int maxMessages, int maxMessageLength, int options);
+
+/**
+ * Sends a message, waiting at most @p timeout ticks for a free slot.
+ *
+ * @param queue     from msgQCreate(); not checked for null
+ * @param message   copied; not read when @p bytes is 0
+ * @param bytes     0 up to the queue's longest message
+ * @param timeout   ticks of 10 ms, as for semTake(): 0 tries once, WAIT_FOREVER has no limit
+ * @param priority  ignored
+ * @retval 0  sent
+ * @retval 1  not sent: the message is too long (at once, whatever the time-out), the queue stayed full, or the slot has
+ *            no memory behind it
+ * @blocking unless timeout is 0    @locks the queue    @context any thread
+ */
+int msgQSend(MSG_Q_ID queue, const void *message, unsigned int bytes, unsigned int timeout, int priority);
+
+/**
+ * Receives the oldest message, waiting at most @p timeout ticks for one.
+ *
+ * @param queue    from msgQCreate(); not checked for null
+ * @param buffer   out: the message's first bytes; the rest of a longer message is lost
+ * @param size     bytes of @p buffer
+ * @param timeout  ticks of 10 ms, as for semTake(): 0 tries once, WAIT_FOREVER has no limit
+ * @return the bytes copied, 0 for an empty message; 0xFFFFFFFF when no message came
+ * @blocking unless timeout is 0    @locks the queue    @context any thread
+ */
+unsigned int msgQReceive(MSG_Q_ID queue, void *buffer, unsigned int size, unsigned int timeout);
+
+/**
+ * Prints a queue's fields and what is wrong with them on standard output. An empty message is reported as an error.
+ *
+ * @param queue  from msgQCreate(); not checked for null
+ * @return the result of unlocking: 0
+ * @blocking as standard output does    @locks the queue    @context any thread
+ */
+int msgQDumpDebug(MSG_Q_ID queue);
 
 /**
  * Formats a text into a line buffer; a full buffer is sent first, to standard output or to a CLI session.
