@@ -24,6 +24,9 @@ constexpr uint32_t Failed = 0xFFFFFFFF;
 constexpr unsigned long NameBytes = 33;
 
 // True when the platform knows `portInstance` as a slot port or a trunk; otherwise the trace says why not.
+//
+// Kept: the record tells the type, although the argument is what is bound
+// (PortCallbacks.TypeComesFromTheRecordAndTheBindingFromTheArgument).
 bool isPortOrTrunk(uint32_t portInstance, const char *caller)
 {
     void *trace = readUnlocked(traceBuffer);

@@ -63,7 +63,7 @@ uint32_t nextBound(const kelSysPortUtil &table, uint32_t systemPort)
 void printSizes(const Dump &dump)
 {
     const uint32_t inUse = dump.table.usedSystemPort != nullptr ? dump.table.usedSystemPort->numBitsSet() : 0;
-    // Kept: the first line comes twice; scripts count lines (PortDump.EmptyTable).
+    // Kept: the first line comes twice, because readers of the dump may count its lines (PortDump.EmptyTable).
     for (int times = 0; times < 2; ++times)
         dump.out.print("Max System Ports:                 %u\n", static_cast<uint32_t>(kelSysPortUtil::maxSystemPorts));
     dump.out.print("Num Hash table Keys:              %u\n", static_cast<uint32_t>(kelSysPortUtil::numHashKeys));
@@ -200,6 +200,7 @@ void verifyWalk(const Dump &dump, const Walk &walk)
         const uint32_t next = (dump.table.*walk.next)(n);
         const bool good = next == 0 || next > n;
         pass.check(good);
+        // Kept: only a verbose walk ends here (PortDumpWalk.WithoutVerboseTheWalkGoesOn).
         if (!good && dump.verbose) {
             const uint32_t systemPort = (dump.table.*walk.toSystemPort)(n);
             dump.out.print("\n  BAD: %s(%u);%s(%u);systemPort(%u);portInst(%x)", walk.number, n, walk.nextNumber, next,

@@ -53,6 +53,8 @@ uint32_t kelSysPortUtil::getNextBridgePort(uint32_t bridgePort)
 {
     const Position at = positionOf(bridgePort);
     for (pif_ *pif = nextSlotPort(walkKey(at.slot, at.port)); pif != nullptr; pif = nextSlotPort(pif->portInstance)) {
+        // Kept: slot 0 is not refused; its candidate is above every real bridge port
+        // (PortNext.BridgePortWalkReturnsTheWrappedCandidateOfSlot0).
         const uint32_t candidate = uncheckedBridgePortOf(*pif);
         if (candidate > bridgePort && portInst2SystemPort(getBestPortInstanceForPif(pif)) != 0)
             return candidate;
