@@ -38,6 +38,16 @@ constexpr unsigned leadingBits(unsigned count) // 1 to 31
     return ~(allOnes >> count);
 }
 
+// Sums of 2, of 4, of 8 bits side by side; the multiplication adds the four octets up in the top one. The compiler's
+// own count is a library call on x86-64, ten times as slow.
+constexpr unsigned bitsSetIn(unsigned word)
+{
+    word -= word >> 1 & 0x55555555;
+    word = (word & 0x33333333) + (word >> 2 & 0x33333333);
+    return ((word + (word >> 4)) & 0x0F0F0F0F) * 0x01010101 >> 24;
+}
+static_assert(bitsSetIn(allOnes) == 32 && bitsSetIn(0x80000001) == 2);
+
 // Calls partial(word, bits) for the words that a range covers in part, and whole(first, last) for those it fills.
 template <class Partial, class Whole>
 void forEachWordOf(CBitMask &mask, Range range, Partial partial, Whole whole)
@@ -99,7 +109,7 @@ unsigned int CBitMask::numBitsSet() const
     unsigned count = 0;
     for (unsigned i = 0, n = numWords; i < n; ++i)
         if (maskPtr[i] != 0)
-            count += static_cast<unsigned>(__builtin_popcount(maskPtr[i]));
+            count += bitsSetIn(maskPtr[i]);
     return count;
 }
 

@@ -89,6 +89,10 @@ TEST(BitMaskPrint, DestroyedMaskIsInvalid)
     EXPECT_NE("Invalid CBitMask ptr\n", printedBy([&] { printCBitMask(mask, true); }));
     mask->~CBitMask();
     EXPECT_EQ("Invalid CBitMask ptr\n", printedBy([&] { printCBitMask(mask, true); }));
+    unsigned word = 0; // a view's destructor frees nothing, so no call keeps the store alive
+    mask = new (storage) CBitMask(1, &word);
+    mask->~CBitMask();
+    EXPECT_EQ("Invalid CBitMask ptr\n", printedBy([&] { printCBitMask(mask, true); }));
 }
 
 TEST(BitMaskPrint, AsksTheVirtualSearches)

@@ -99,4 +99,8 @@ TEST(BitMatrixPrint, DestroyedMatrixIsInvalid)
     EXPECT_EQ(header(*matrix, 0, 'Y') + "\n", printed(*matrix, true));
     matrix->~CBitMatrix();
     EXPECT_EQ("Invalid CBitMatrix ptr\n", printedBy([&] { printCBitMatrix(matrix, true); }));
+    unsigned word; // a destructor that frees nothing: no call keeps the store alive
+    matrix = new (storage) CBitMatrix(1, 1, &word);
+    matrix->~CBitMatrix();
+    EXPECT_EQ("Invalid CBitMatrix ptr\n", printedBy([&] { printCBitMatrix(matrix, true); }));
 }
