@@ -7,7 +7,8 @@
  *
  * Port instances: the platform's 32-bit port handles. The top byte is the interface type: 0 slot port, 1 trunk. A slot
  * port is `slot << 16 | port`; a DmPortMask has the same form. 0 is no port.
- * Records handed out must stay readable while the process lives; their contents may change under the reader.
+ * Records handed out must stay readable while the process lives. They are read without a lock: a platform whose ports
+ * change hands out another record (the stand-in does), or changes a record in whole aligned words.
  * Unless said otherwise a call comes from any thread, holding no lock of the library; the dump of the port map alone
  * calls while it holds the port map's lock, so no call may wait for a thread that is inside the library.
  */

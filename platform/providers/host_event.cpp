@@ -13,11 +13,6 @@ bool sameAddress(const kelStandinAddress &one, const kelStandinAddress &other)
     return one.family == other.family && one.prefixLength == other.prefixLength &&
            std::memcmp(one.bytes, other.bytes, sizeof one.bytes) == 0;
 }
-
-template <class... Cases>
-struct Overloaded : Cases... {
-    using Cases::operator()...;
-};
 } // namespace
 
 int linkOf(const HostEvent &event)
@@ -27,29 +22,26 @@ int linkOf(const HostEvent &event)
 
 void HostPicture::take(const HostEvent &event)
 {
-    std::visit(Overloaded{[this](const LinkIs &it) { add(it); }, [this](const LinkIsGone &it) { remove(it); },
-                          [this](const BridgeVlansAre &it) { setVlans(it); },
-                          [this](const AddressIs &it) { changeAddress(it); }},
-               event);
+    std::visit([this](const auto &it) { apply(it); }, event);
 }
 
-void HostPicture::add(const LinkIs &link)
+void HostPicture::apply(const LinkIs &link)
 {
     links[link.index].link = link;
 }
 
-void HostPicture::remove(const LinkIsGone &link)
+void HostPicture::apply(const LinkIsGone &link)
 {
     links.erase(link.index);
 }
 
-void HostPicture::setVlans(const BridgeVlansAre &vlans)
+void HostPicture::apply(const BridgeVlansAre &vlans)
 {
     if (const auto found = links.find(vlans.index); found != links.end())
         found->second.vlans = vlans.vlans;
 }
 
-void HostPicture::changeAddress(const AddressIs &change)
+void HostPicture::apply(const AddressIs &change)
 {
     const auto found = links.find(change.index);
     if (found == links.end())

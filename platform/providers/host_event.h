@@ -70,10 +70,10 @@ public:
     std::map<int, HostLink> links; // by link index
 
 private:
-    void add(const LinkIs &link);
-    void remove(const LinkIsGone &link);
-    void setVlans(const BridgeVlansAre &vlans);
-    void changeAddress(const AddressIs &address);
+    void apply(const LinkIs &link);
+    void apply(const LinkIsGone &link);
+    void apply(const BridgeVlansAre &vlans);
+    void apply(const AddressIs &address);
 };
 
 } // namespace kel

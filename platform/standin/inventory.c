@@ -116,7 +116,7 @@ static bool makeRoom(void)
     if (entryCount < entryRoom)
         return true;
     const size_t room = entryRoom == 0 ? FIRST_ROOM : 2 * entryRoom;
-    struct port_entry **larger = realloc(entries, room * sizeof *larger);
+    struct port_entry **larger = realloc(entries, room * sizeof(struct port_entry *));
     if (larger == NULL)
         return false;
     entries = larger;
@@ -135,7 +135,7 @@ struct port_entry *reserveEntry(portInstance_t instance)
     if (entry == NULL)
         return NULL;
     entry->instance = instance;
-    memmove(&entries[place + 1], &entries[place], (entryCount - place) * sizeof entries[0]);
+    memmove(&entries[place + 1], &entries[place], (entryCount - place) * sizeof(struct port_entry *));
     entries[place] = entry;
     ++entryCount;
     return entry;
