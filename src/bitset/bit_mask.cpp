@@ -47,25 +47,25 @@ CBitMask::CBitMask()
 CBitMask::CBitMask(unsigned int bits)
 {
     becomeLiveAndEmpty(*this);
-    init(bits);
+    CBitMask::init(bits);
 }
 
 CBitMask::CBitMask(unsigned int wordCount, unsigned int *words)
 {
     becomeLiveAndEmpty(*this);
-    init(wordCount, words);
+    CBitMask::init(wordCount, words);
 }
 
 CBitMask::CBitMask(CBitMask const &other, bool invert)
 {
     becomeLiveAndEmpty(*this);
-    init(other, invert);
+    CBitMask::init(other, invert);
 }
 
 CBitMask::CBitMask(unsigned char const *bytes, unsigned int numBytes)
 {
     becomeLiveAndEmpty(*this);
-    init(bytes, numBytes);
+    CBitMask::init(bytes, numBytes);
 }
 
 CBitMask::~CBitMask()
@@ -82,7 +82,7 @@ void CBitMask::init(unsigned int bits)
     becomeEmpty(*this);
     if (bits == 0 || !ownWords(*this, (bits - 1) / 32 + 1))
         return;
-    reset(0, 0);
+    reset(0, 0); // NOLINT(*.VirtualCall): a derived class's own, once it is constructed
     tailBits = (0U - bits) & 31U;
 }
 
@@ -179,6 +179,7 @@ bool CBitMask::setWrd8(unsigned int octetIndex, unsigned char octet)
     return changeWord(word, (word & ~(0xFFU << shift)) | unsigned{octet} << shift);
 }
 
+// NOLINTNEXTLINE(bugprone-unhandled-self-assignment): words are copied onto themselves
 CBitMask &CBitMask::operator=(CBitMask const &other)
 {
     for (unsigned i = 0, n = sharedWords(*this, other); i < n; ++i)

@@ -92,19 +92,19 @@ bool anySet(const unsigned *first, const unsigned *last)
 CBitMatrix::CBitMatrix()
 {
     becomeLiveAndEmpty(*this);
-    init(0, 0, nullptr);
+    CBitMatrix::init(0, 0, nullptr);
 }
 
 CBitMatrix::CBitMatrix(unsigned int rows, unsigned int columns, unsigned int *words)
 {
     becomeLiveAndEmpty(*this);
-    init(rows, columns, words);
+    CBitMatrix::init(rows, columns, words);
 }
 
 CBitMatrix::CBitMatrix(CBitMatrix const &other)
 {
     becomeLiveAndEmpty(*this);
-    init(other);
+    CBitMatrix::init(other);
 }
 
 CBitMatrix::~CBitMatrix()
@@ -130,7 +130,7 @@ void CBitMatrix::init(unsigned int rows, unsigned int columns, unsigned int *wor
     numColumns = columns;
     wordsPerRow = rowLength;
     // Kept: also when the words are the caller's (BitMatrixInit.ClearsTheCallersWords).
-    reset();
+    reset(); // NOLINT(*.VirtualCall): a derived class's own, once it is constructed
 }
 
 void CBitMatrix::init(CBitMatrix const &other)
@@ -165,7 +165,7 @@ void CBitMatrix::set(bool value)
 
 void CBitMatrix::reset()
 {
-    set(false);
+    set(false); // NOLINT(*.VirtualCall): as in init()
 }
 
 void CBitMatrix::bitwiseNotEqual()
