@@ -1,6 +1,7 @@
 // aging_list.cpp: pure list arithmetic; the clock readings are handed in, and nothing is given or waited for.
 //
-// Policy:     a queue goes in front of a head that is due together with it, but behind all others that are.
+// Policy:     a queue goes in front of a head that is due together with it, but behind all others that are; the queue
+//             that expired last is delivered first.
 // Locking:    everything is under SBaseQ::lockSem.
 // Invariants: aging is set exactly while a queue is linked; each ageTtl counts from the expiry of the queue before, the
 //             head's from sleepStart; headTime is the head's ageTtl and tailTime the sum of all; an empty list is all
@@ -39,6 +40,9 @@ void linkAlone(SBaseQ &queue) KEL_REQUIRES(SBaseQ::lockSem)
 }
 
 // Returns the ticks by which the head comes earlier now.
+//
+// Kept: a queue that is due together with the head goes in front of it, and nobody is woken for it
+// (AgingList.ExactlyTheHeadsRemainingTimeBecomesTheHeadAndWakesNobody).
 int32_t linkAsHead(SBaseQ &queue) KEL_REQUIRES(SBaseQ::lockSem)
 {
     SBaseQ *const second = SBaseQ::head;
@@ -124,6 +128,8 @@ int32_t elapsedTicks(uint32_t now)
     return static_cast<int32_t>(now - start);
 }
 
+// Kept: an overdue head is not moved past its expiry, and the queues behind it lose the ticks beyond that
+// (AgingList.RebasingStopsAtTheHeadsExpiry).
 void rebase(uint32_t now)
 {
     if (SBaseQ::head == nullptr)
@@ -151,6 +157,8 @@ bool insert(SBaseQ &queue)
     return sleepsTooLong;
 }
 
+// Kept: the queue's own links and time stay as they were, for a person who reads them afterwards
+// (AgingList.RemovedQueueKeepsItsOwnLinksAndTime).
 void remove(SBaseQ &queue)
 {
     assert(queue.aging && !queue.expired);

@@ -22,7 +22,11 @@ namespace
 enum Result { Done = 0, Failed = -1 };
 constexpr int WithoutLimit = -1;
 
-// The bytes of all slots, as the 32-bit number they are kept in. It may be negative, or less than the slots need.
+// The bytes of all slots.
+//
+// Kept: the product is a 32-bit number. It may be negative, which is a creation failure, or less than the slots need
+// (MsgQueueX.SizeProductThatIsNegativeIn32BitsIsACreationFailure,
+// MsgQueueX.SizeProductThatWrapsKeepsEverySlotInsideItsMemory).
 int32_t bytesOfSlots(const SMsgQueueX &queue)
 {
     return static_cast<int32_t>(static_cast<uint32_t>(queue.queueSize) * static_cast<uint32_t>(queue.maxMsgLength));
@@ -162,6 +166,8 @@ int SMsgQueueX::send(const char *msg, int len, int timeout, int flags)
     return Done;
 }
 
+// Kept: a sender with a limit waits for its turn only; having it in a full ring, it gives up at once and keeps the turn
+// (MsgQueueX.SenderWithATimeoutGivesUpWhenItFindsTheRingFull).
 int SMsgQueueX::sendQ(const char *msg, int len, int timeout, int front)
 {
     if (len < 0 || len > maxMsgLength || msgQ == nullptr)
@@ -192,6 +198,8 @@ int SMsgQueueX::recv(char *buf, int maxLen, int timeout)
     return result;
 }
 
+// Kept: a receive that finds nothing passes a turn on as well, and clears txBlocking
+// (MsgQueueX.ReceiveOfNothingStillPassesATurnOn).
 int SMsgQueueX::recvQ(char *buf, int maxLen)
 {
     SemLock hold(lockSem);

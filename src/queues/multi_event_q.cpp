@@ -40,7 +40,8 @@ bool isPending(const SMultiEventQ &queue, unsigned short event) KEL_REQUIRES(SBa
 void mergeInto(SMultiEventQ &queue, unsigned short event, unsigned int data, unsigned int cmpMask, unsigned int wrMask)
     KEL_REQUIRES(SBaseQ::lockSem)
 {
-    // Compared before it is cut to the queue's width: a difference above the width is one.
+    // Kept: compared before it is cut to the queue's width, so a difference above the width is a change
+    // (MultiEventQ.DataIsComparedBeforeItIsCutToTheWidth).
     if ((data & cmpMask) != (queue.readData(event) & cmpMask))
         queue.multiUse->setBit(event);
     queue.writeData(event, data, wrMask);
@@ -140,6 +141,8 @@ int SMultiEventQ::recv(unsigned short &event, unsigned int &data, int timeout)
     return result;
 }
 
+// Kept: whether there is an entry is told by the bit of the id in the slot, not by `empty`, and the id is handed out
+// either way (MultiEventQ.RecvQLooksAtTheBitsAndNotAtEmpty, MultiEventQ.RecvQWithoutAnEntryWritesTheIdAndMovesNothing).
 int SMultiEventQ::recvQ(unsigned short &event, unsigned int &data)
 {
     SemLock hold(lockSem);
