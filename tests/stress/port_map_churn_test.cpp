@@ -2,6 +2,7 @@
 #include "harness/printed_by.h"
 #include "models/port_table_model.h"
 #include "sysport/port_map.h"
+#include "vxw_shim/unlocked_access.h"
 
 #include <atomic>
 #include <thread>
@@ -176,5 +177,26 @@ TEST_F(PortMapChurn, TableMadeWhileThePlatformCallsIsSeenWhole)
         EXPECT_EQ(1U, table().portInst2SystemPort(instance(1, 1)));
         EXPECT_EQ(nullptr, brokenInvariant(table()));
         fake.forget();
+    }
+}
+
+// The same without the fake platform's own lock in between: nothing but the map's lock orders the two threads.
+TEST_F(PortMapChurn, ThreadThatFindsANewTableSeesItWhole)
+{
+    for (int cycle = 0; cycle < Cycles; ++cycle) {
+        endTable();
+        std::atomic<bool> looking{false};
+        uint32_t found = 1;
+        std::thread finder([&] {
+            kelSysPortUtil *made = nullptr;
+            while ((made = readUnlocked(kelSysPortUtil::localPtr)) == nullptr)
+                looking = true;
+            found = made->portInst2SystemPort(instance(1, 1)) + made->systemPort2PortInst(1);
+        });
+        while (!looking)
+            std::this_thread::yield();
+        kelSysPortUtilInit();
+        finder.join();
+        EXPECT_EQ(0U, found);
     }
 }
