@@ -359,6 +359,25 @@ TEST_F(PortDump, LookUpThatReturns2IsReportedByItsFlagAlone)
               part(all, Records, IfIndexWalk));
 }
 
+TEST_F(PortDump, IfIndexThatThePlatformDoesNotKnowIsReportedByItsFlag)
+{
+    bind(1, 1);
+    fake.answers["vlanLibGetLifFromIfIndex"] = {1, false};
+    EXPECT_EQ(Records +
+                  "\n  BAD: portInst(10001);bridgePort(1);verifyBP(0);isBrdgPort(1);ifIndex(1001);verifyIf(1001);"
+                  "isIfIndex(0)\n" +
+                  done(1, 1),
+              part(dumped(true), Records, IfIndexWalk));
+}
+
+TEST_F(PortDump, SecondRecordOfAnInstanceIsReported)
+{
+    bindThree();
+    recordOf(2).portInst = 0x10001;
+    EXPECT_EQ(Bindings + "\n  BAD: systemPort(2);verifySP(1);portInst(10001);verifyPI(10001)\n" + done(1, 3),
+              part(dumped(true), Bindings, BridgePorts));
+}
+
 TEST_F(PortDump, InterfacesThatThePlatformLostAreReported)
 {
     bindThree();
@@ -390,15 +409,39 @@ TEST_F(PortDump, WithoutVerboseErrorsAreOnlyCounted)
     EXPECT_EQ(std::string::npos, all.find("Dumping"));
 }
 
-// 132 characters: such a line is left out, but its error counts.
-TEST_F(PortDump, LineThatCanNeverFitIsLeftOut)
+namespace
 {
-    for (const uint32_t low : {0U, 1U}) {
-        const portInstance_t instance = 0xFFFF0080 + low;
-        fake.pifs[instance] = {instance, 0xFFFFFFFA + low, 0, 0, 65535, 128};
-        table().addPortInst(instance);
-    }
-    ASSERT_EQ(0xFFFFFFFB, table().getIfIndexFromPortInst(0xFFFF0081));
+// Two interfaces of one place, the second of which is reported with 24 digits and those of the two ifIndexes: the line
+// has 112 characters and the ifIndexes' own.
+void bindTwoOfOnePlace(uint32_t firstIfIndex, uint32_t secondIfIndex)
+{
+    const portInstance_t first = 0xFFFF0080;
+    fake.pifs[first] = {first, firstIfIndex, 0, 0, 65535, 128};
+    fake.pifs[first + 1] = {first + 1, secondIfIndex, 0, 0, 65535, 128};
+    kelSysPortUtil::localPtr->addPortInst(first);
+    kelSysPortUtil::localPtr->addPortInst(first + 1);
+}
+} // namespace
+
+TEST_F(PortDump, LineOf127CharactersFits)
+{
+    bindTwoOfOnePlace(1000000, 10000000);
+    const std::string line = "\n  BAD: portInst(ffff0081);bridgePort(8388480);verifyBP(8388480);isBrdgPort(1);"
+                             "ifIndex(10000000);verifyIf(1000000);isIfIndex(1)";
+    ASSERT_EQ(127U, line.size());
+    EXPECT_EQ(Records + line + "\n" + done(1, 2), part(dumped(true), Records, IfIndexWalk));
+}
+
+// It can never fit, and is dropped; its error counts.
+TEST_F(PortDump, LineOf128CharactersIsLeftOut)
+{
+    bindTwoOfOnePlace(10000000, 20000000);
+    EXPECT_EQ(Records + "\n" + done(1, 2), part(dumped(true), Records, IfIndexWalk));
+}
+
+TEST_F(PortDump, LongestLineIsLeftOut)
+{
+    bindTwoOfOnePlace(0xFFFFFFFA, 0xFFFFFFFB);
     EXPECT_EQ(Records + "\n" + done(1, 2), part(dumped(true), Records, IfIndexWalk));
 }
 
