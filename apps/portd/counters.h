@@ -1,0 +1,32 @@
+// counters.h: what the daemon counts about itself, for `show stats`.
+//
+// Every counter is atomic and, the open sessions
+// aside, only grows.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+struct Counters {
+    std::atomic<uint64_t> portsAdded = 0;
+    std::atomic<uint64_t> portsRemoved = 0;
+    std::atomic<uint64_t> portsRefused = 0; // the port map did not take them
+    std::atomic<uint64_t> linkChanges = 0;
+    std::atomic<uint64_t> eventsSent = 0;      // to the main task, coalesced ones included
+    std::atomic<uint64_t> eventsReceived = 0;  // by the main task
+    std::atomic<uint64_t> eventsCoalesced = 0; // received, and changed while they were queued
+    std::atomic<uint64_t> batches = 0;
+    std::atomic<uint64_t> largestBatch = 0;
+    std::atomic<uint64_t> portsHeldDown = 0; // times that a flapping port was
+    std::atomic<uint64_t> linesPrinted = 0;
+    std::atomic<uint64_t> linesLost = 0; // the output was too slow
+};
+
+struct ConsoleCounters {
+    std::atomic<uint64_t> sessions = 0; // ever opened
+    std::atomic<uint64_t> open = 0;
+    std::atomic<uint64_t> refused = 0; // too many at once
+    std::atomic<uint64_t> stalled = 0; // closed because they took nothing
+    std::atomic<uint64_t> requests = 0;
+    std::atomic<uint64_t> errors = 0; // requests answered with an error
+};
