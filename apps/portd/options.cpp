@@ -1,0 +1,53 @@
+// options.cpp: the command line of kel-portd.
+#include "options.h"
+
+#include "console_protocol.h"
+
+#include <CLI/CLI.hpp>
+
+namespace
+{
+constexpr int usageError = 2;
+}
+
+std::optional<int> parseOptions(int argc, const char *const *argv, Options &options)
+{
+    CLI::App app{"Watches the ports of this host, or of a simulated chassis, and prints their changes in batches."};
+    app.name("kel-portd");
+    app.set_version_flag("--version", "kel-portd " KEL_VERSION);
+    options.socketPath = defaultSocketPath();
+    app.add_option("--topology", options.topology, "simulate the chassis described in this JSON file")
+        ->type_name("FILE");
+    app.add_option("--for", options.runSeconds, "end by itself after this time")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.0, 31'536'000.0));
+    app.add_option("--max-delay", options.maxDelay_ticks, "hold changes back this long to batch them; 0 does not")
+        ->type_name("TICKS")
+        ->check(CLI::Range(0u, 6000u))
+        ->capture_default_str();
+    app.add_option("--threshold", options.threshold, "stop holding back when this many ports have changed")
+        ->type_name("N")
+        ->check(CLI::Range(1u, 32767u))
+        ->capture_default_str();
+    app.add_option("--flap-limit", options.flapLimit, "hold down a port that changes more often in a window; 0 never")
+        ->type_name("N")
+        ->check(CLI::Range(0u, 1'000'000u))
+        ->capture_default_str();
+    app.add_option("--flap-window", options.flapWindow_ticks, "length of that window")
+        ->type_name("TICKS")
+        ->check(CLI::Range(1u, 360'000u))
+        ->capture_default_str();
+    app.add_option("--flap-hold", options.flapHold_ticks, "how long it is held down")
+        ->type_name("TICKS")
+        ->check(CLI::Range(1u, 360'000u))
+        ->capture_default_str();
+    app.add_option("--socket", options.socketPath, "the console's socket")->type_name("PATH")->capture_default_str();
+    app.add_flag("--quiet", options.quiet, "print no change lines; the console has everything");
+    app.footer("A tick is 10 ms. The console's client is kel-portctl; try: kel-portctl help");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        return app.exit(error) == 0 ? 0 : usageError;
+    }
+    return std::nullopt;
+}

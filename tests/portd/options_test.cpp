@@ -1,0 +1,74 @@
+#include "options.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace
+{
+// The status to exit with, or -1 to go on.
+int parsed(std::vector<const char *> arguments, Options &options)
+{
+    arguments.insert(arguments.begin(), "kel-portd");
+    return parseOptions(static_cast<int>(arguments.size()), arguments.data(), options).value_or(-1);
+}
+
+int parsed(std::vector<const char *> arguments)
+{
+    Options options;
+    testing::internal::CaptureStderr();
+    const int status = parsed(std::move(arguments), options);
+    testing::internal::GetCapturedStderr();
+    return status;
+}
+} // namespace
+
+TEST(Options, DefaultsWatchThisHostWithoutEnd)
+{
+    Options options;
+    ASSERT_EQ(-1, parsed({}, options));
+    EXPECT_EQ("", options.topology);
+    EXPECT_FALSE(options.runSeconds);
+    EXPECT_EQ(20u, options.maxDelay_ticks);
+    EXPECT_EQ(8u, options.threshold);
+    EXPECT_NE("", options.socketPath);
+    EXPECT_FALSE(options.quiet);
+}
+
+TEST(Options, EachIsTaken)
+{
+    Options options;
+    ASSERT_EQ(-1, parsed({"--topology", "chassis.json", "--for", "2.5", "--max-delay", "0", "--threshold", "32767",
+                          "--socket", "/tmp/s", "--quiet"},
+                         options));
+    EXPECT_EQ("chassis.json", options.topology);
+    EXPECT_EQ(2.5, options.runSeconds);
+    EXPECT_EQ(0u, options.maxDelay_ticks);
+    EXPECT_EQ(32767u, options.threshold);
+    EXPECT_EQ("/tmp/s", options.socketPath);
+    EXPECT_TRUE(options.quiet);
+}
+
+TEST(Options, HelpAndVersionSucceed)
+{
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(0, parsed({"--help"}));
+    EXPECT_EQ(0, parsed({"--version"}));
+    const std::string text = testing::internal::GetCapturedStdout();
+    for (const char *option : {"--topology", "--for", "--max-delay", "--threshold", "--socket", "--quiet"})
+        EXPECT_NE(std::string::npos, text.find(option)) << option;
+    EXPECT_NE(std::string::npos, text.find("kel-portd " KEL_VERSION "\n"));
+}
+
+TEST(Options, WrongUsageIsStatusTwo)
+{
+    EXPECT_EQ(2, parsed({"--nonsense"}));
+    EXPECT_EQ(2, parsed({"extra"}));
+    EXPECT_EQ(2, parsed({"--for"}));
+    EXPECT_EQ(2, parsed({"--for", "-1"}));
+    EXPECT_EQ(2, parsed({"--for", "soon"}));
+    EXPECT_EQ(2, parsed({"--max-delay", "6001"}));
+    EXPECT_EQ(2, parsed({"--max-delay", "-1"}));
+    EXPECT_EQ(2, parsed({"--threshold", "0"}));
+    EXPECT_EQ(2, parsed({"--threshold", "32768"}));
+}
