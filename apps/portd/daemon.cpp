@@ -1,0 +1,96 @@
+// daemon.cpp: the whole of kel-portd, from its parts.
+#include "daemon.h"
+
+#include "signal_thread.h"
+#include "sysport.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <fcntl.h>
+#include <stdexcept>
+#include <unistd.h>
+
+namespace
+{
+constexpr int failed = 1;
+constexpr uint32_t longestWait_ticks = 6000; // the tick conversion of the waits wraps after 35 minutes
+constexpr double ticksPerSecond = 100;
+} // namespace
+
+Daemon::Daemon(const Options &daemonOptions, Feeder &portFeeder)
+    : options(daemonOptions), feeder(portFeeder), events(options.maxDelay_ticks, options.threshold, counters),
+      damper({options.flapLimit, options.flapWindow_ticks, options.flapHold_ticks},
+             [this](uint32_t systemPort) {
+                 if (const auto word = board.heldDown(systemPort, false))
+                     events.send(systemPort, *word);
+             }),
+      output(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0)), writer(output, counters),
+      reporter(events, board, counters,
+               [this](const ChangeRecord &record) {
+                   if (!options.quiet)
+                       writer.put(record);
+               }),
+      commands({board, counters, damper, events, writer, consoleCounters}),
+      console(
+          options.socketPath, [this](const std::string &request) { return commands.execute(request); },
+          consoleCounters),
+      started_ticks(tickGet())
+{
+}
+
+Daemon::~Daemon()
+{
+    writer.stop();
+    close(output);
+    delete kelSysPortUtil::localPtr;
+}
+
+void Daemon::fail(const std::string &reason)
+{
+    fprintf(stderr, "kel-portd: %s\n", reason.c_str());
+    hasFailed = true;
+    stopping = true;
+    events.wake();
+}
+
+int Daemon::run()
+{
+    if (const std::string reason = console.open(); !reason.empty()) {
+        fail(reason);
+        return failed;
+    }
+    SignalThread signals([this](int) {
+        stopping = true;
+        events.wake();
+    });
+    PortWatch watch(board, damper, events, counters);
+    writer.start(options.quiet ? "" : changeTitleLine());
+    console.start();
+    try {
+        feeder.start([this](const std::string &reason) { fail(reason); });
+    } catch (const std::runtime_error &error) {
+        fail(error.what());
+    }
+    mainLoop();
+    feeder.stop();
+    while (reporter.reportBatch() > 0) // what is still queued
+        continue;
+    console.stop();
+    writer.stop();
+    return hasFailed ? failed : 0;
+}
+
+uint32_t Daemon::ticksLeft() const
+{
+    if (!options.runSeconds)
+        return longestWait_ticks;
+    const double left = *options.runSeconds * ticksPerSecond - (tickGet() - started_ticks);
+    return left <= 0 ? 0 : static_cast<uint32_t>(std::clamp(left, 1.0, double{longestWait_ticks}));
+}
+
+void Daemon::mainLoop()
+{
+    for (uint32_t ticks = ticksLeft(); !stopping && ticks != 0; ticks = ticksLeft())
+        if (events.wait(ticks))
+            reporter.reportBatch();
+}
