@@ -58,6 +58,22 @@ inline const char *brokenInvariant(const CDeltaList &list)
     return brokenKillListInvariant(list);
 }
 
+// A client's semaphore for one list, which goes first and leaves it taken.
+class ClientSemaphore
+{
+public:
+    ClientSemaphore() = default;
+    ~ClientSemaphore()
+    {
+        semGive(sem);
+        semDelete(sem);
+    }
+    ClientSemaphore(const ClientSemaphore &) = delete;
+    ClientSemaphore &operator=(const ClientSemaphore &) = delete;
+
+    const SEM_ID sem = semMCreate(0);
+};
+
 // Timers by absolute expiry. A multimap keeps what has the same key in the order in which it was added.
 class DeltaListModel
 {
@@ -126,9 +142,13 @@ class DeltaListAndModel
 public:
     static constexpr uint64_t Longest = 0xFFFFFFFF;
 
-    class List : public CDeltaList
+    class List : private ClientSemaphore, public CDeltaList
     {
     public:
+        List()
+        {
+            initSem(sem);
+        }
         unsigned int getDeltaT() override
         {
             return elapsed;
@@ -162,7 +182,6 @@ public:
     explicit DeltaListAndModel(size_t size, unsigned int tailTime, unsigned int ticSize, bool astable)
         : model(size), waiting_(size)
     {
-        list.initSem(nullptr);
         list.init(tailTime, ticSize, astable);
         for (size_t id = 0; id < size; ++id)
             timers.push_back(std::make_unique<Timer>(*this, id));
