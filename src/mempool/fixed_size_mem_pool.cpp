@@ -178,6 +178,8 @@ uint32_t vxFixedSizeMemPool::vxFree(void *block)
     return vxAddNode(static_cast<unsigned char *>(block));
 }
 
+// Kept: the bitmap is not cleared here, so in a pool that is in use the blocks that were free are refused and lost
+// (FixedSizeMemPool.InitInAPoolThatIsInUseTakesOnlyTheBlocksThatAreOut).
 uint32_t vxFixedSizeMemPool::vxInitMemLists()
 {
     writeUnlocked(freeHead, nullptr);
