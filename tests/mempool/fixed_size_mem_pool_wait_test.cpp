@@ -171,7 +171,7 @@ TEST_F(EmptyPool, OneFreeServesOneOfSeveralWaiters)
     SEM_ID oneServed = semCCreate(0, 0);
     std::vector<std::thread> waiters;
     for (int i = 0; i < Waiters; ++i)
-        waiters.emplace_back([&] {
+        waiters.emplace_back([&, i] {
             EXPECT_NE(nullptr, pool.vxAlloc(i % 2 == 0 ? -1 : 6000)); // never given back
             ++served;
             semGive(oneServed);

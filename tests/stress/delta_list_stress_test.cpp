@@ -68,7 +68,7 @@ private:
 // A million calls on 100,000 timers. Most are what an aging table does, a refresh at the tail time; some go anywhere.
 TEST(DeltaListStress, AMillionCallsOn100000TimersAgreeWithASortedModel)
 {
-    constexpr unsigned Timers = 100000, TailTime = 60000;
+    constexpr unsigned Timers = scaled(100000), TailTime = scaled(60000);
     const int calls = scaled(1000000);
     Random random(20261121);
     DeltaListAndModel both(Timers, TailTime, 1, false);
