@@ -397,12 +397,14 @@ void checkLinks(int) KEL_UNCHECKED_LOCKING
     _exit(corrupted->agePrev == nullptr && corrupted->ageTtl == expectedTtl && !corrupted->aging ? 42 : 43);
 }
 
-void endOnCorruption(SBaseQ &queue, int ttl)
+void endOnCorruption(SBaseQ &queue, int ttl) KEL_UNCHECKED_LOCKING
 {
     corrupted = &queue;
     expectedTtl = ttl;
     for (int fault : {SIGSEGV, SIGBUS, SIGILL, SIGTRAP, SIGABRT})
         signal(fault, checkLinks);
+    queue.agePrev = &queue;
+    SBaseQ::sleepStart = static_cast<int>(tickGet());
     queue.age_start(1);
     _exit(1);
 }
@@ -414,21 +416,11 @@ TEST_F(AgingListDeathTest, WalkPastTheHeadStoresItsLinksAndEndsTheProcess)
 {
     start(a, 10, tickGet());
     c.maxDelay = 50;
-    std::string printed;
-    {
-        SemLock hold(SBaseQ::lockSem);
-        SBaseQ::tailTime = 100; // corrupt: the only queue is due in 10
-        printed = printedBy([&] {
-            EXPECT_EXIT(
-                {
-                    c.agePrev = &a;
-                    SBaseQ::sleepStart = static_cast<int>(tickGet());
-                    endOnCorruption(c, 50 - 90);
-                },
-                testing::ExitedWithCode(42), "");
-        });
-        SBaseQ::tailTime = 10;
-    }
+    SemLock hold(SBaseQ::lockSem);
+    SBaseQ::tailTime = 100; // corrupt: the only queue is due in 10
+    const std::string printed =
+        printedBy([&] { EXPECT_EXIT(endOnCorruption(c, 50 - 90), testing::ExitedWithCode(42), ""); });
+    SBaseQ::tailTime = 10;
     EXPECT_EQ(formatted("2|0: SBaseQ::age_start missed list head (%u)\n", c.queueId), printed);
 }
 
@@ -438,14 +430,8 @@ TEST_F(AgingListDeathTest, HeadWithoutATailEndsTheProcess)
     c.maxDelay = 50;
     SemLock hold(SBaseQ::lockSem);
     SBaseQ::tail = nullptr;
-    const std::string printed = printedBy([&] {
-        EXPECT_EXIT(
-            {
-                SBaseQ::sleepStart = static_cast<int>(tickGet());
-                endOnCorruption(c, 50 - 10);
-            },
-            testing::ExitedWithCode(42), "");
-    });
+    const std::string printed =
+        printedBy([&] { EXPECT_EXIT(endOnCorruption(c, 50 - 10), testing::ExitedWithCode(42), ""); });
     SBaseQ::tail = &a;
     EXPECT_EQ(formatted("2|0: SBaseQ::age_start missed list head (%u)\n", c.queueId), printed);
 }

@@ -128,11 +128,11 @@ TEST(AgingTimer, DeliversWhatIsHeldBackAfterTheDelayAndNotBefore)
     const auto waited = timeOf([&] {
         queue.age_start(1);
         queue.age_start(1);
-        EXPECT_EQ(0, semTake(queue.cflag, WAIT_FOREVER));
+        EXPECT_EQ(0, semTake(queue.cflag, static_cast<unsigned int>(WAIT_FOREVER)));
     });
     EXPECT_GE(waited, 69ms);
     EXPECT_LT(waited, 5s);
-    EXPECT_EQ(0, semTake(queue.cflag, WAIT_FOREVER));
+    EXPECT_EQ(0, semTake(queue.cflag, static_cast<unsigned int>(WAIT_FOREVER)));
     waitUntilIdle(queue);
     EXPECT_EQ(0, givesOf(queue.cflag));
     EXPECT_EQ(0, queue.delayedGives);
@@ -146,7 +146,7 @@ TEST(AgingTimer, GivesTheExternalFlagOnceABatch)
     queue.age_start(1);
     queue.age_start(1);
     queue.age_start(1);
-    EXPECT_EQ(0, semTake(external, WAIT_FOREVER));
+    EXPECT_EQ(0, semTake(external, static_cast<unsigned int>(WAIT_FOREVER)));
     waitUntilIdle(queue);
     EXPECT_EQ(0, givesOf(external));
     EXPECT_EQ(3, givesOf(queue.cflag));
@@ -160,7 +160,7 @@ TEST(AgingTimer, ShorterDelayShortensTheSleep)
     late.age_start(1);
     const auto waited = timeOf([&] {
         soon.age_start(1);
-        EXPECT_EQ(0, semTake(soon.cflag, WAIT_FOREVER));
+        EXPECT_EQ(0, semTake(soon.cflag, static_cast<unsigned int>(WAIT_FOREVER)));
     });
     EXPECT_GE(waited, 19ms);
     EXPECT_LT(waited, 5s);
@@ -180,7 +180,7 @@ TEST(AgingTimer, DeliversTheQueueThatExpiredLastFirst)
     taskDelay(6);
     SBaseQ::unLock();
     for (SBaseQ *queue : {&first, &second, &third})
-        EXPECT_EQ(0, semTake(queue->cflag, WAIT_FOREVER));
+        EXPECT_EQ(0, semTake(queue->cflag, static_cast<unsigned int>(WAIT_FOREVER)));
     EXPECT_EQ((std::vector<SEM_ID>{third.cflag, second.cflag, first.cflag}),
               givenOf({first.cflag, second.cflag, third.cflag}));
 }

@@ -226,7 +226,7 @@ TEST_F(QueueShow, ResultIsThatOfThePrint)
 TEST_F(QueueShow, WidestValuesFit)
 {
     SMultiEventQ8 queue(3, 0, 0, 0, nullptr);
-    queue.pRead = queue.pWrite = queue.delayedGives = -2147483647;
+    queue.pRead = queue.pWrite = queue.delayedGives = -1000000000;
     queue.empty = 0;
     const std::string printed = printedBy([&] { meqShow(&queue, 1); });
     EXPECT_NE(std::string::npos, printed.find("multiUse        = 0         \n"));

@@ -32,10 +32,10 @@ void liveAndDie(unsigned round, SEM_ID external)
         });
     const SEM_ID cflag = queue->cflag;
     for (int taken = 0; taken < Senders * StartsOfEach - 1; ++taken)
-        EXPECT_EQ(0, semTake(cflag, WAIT_FOREVER));
+        EXPECT_EQ(0, semTake(cflag, static_cast<unsigned int>(WAIT_FOREVER)));
     for (std::thread &sender : senders)
         sender.join();
-    EXPECT_EQ(0, semTake(cflag, WAIT_FOREVER));
+    EXPECT_EQ(0, semTake(cflag, static_cast<unsigned int>(WAIT_FOREVER)));
     EXPECT_EQ(0, givesOf(cflag)); // none doubled
     delete queue;
 }

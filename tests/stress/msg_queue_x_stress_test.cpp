@@ -86,7 +86,7 @@ void receiveAll(SMsgQueueX *queue, SEM_ID external, std::vector<Message> &receiv
 {
     for (unsigned turn = 0;; ++turn) {
         if (external != nullptr && turn % 4 != 0) // now and then without having waited
-            semTake(external, turn % 4 == 1 ? 1 : WAIT_FOREVER);
+            semTake(external, turn % 4 == 1 ? 1U : static_cast<unsigned int>(WAIT_FOREVER));
         static constexpr int timeouts[] = {0, 1, WAIT_FOREVER, 3};
         char bytes[MaxLength] = {};
         const int length = msgQxRecv(queue, bytes, sizeof bytes, timeouts[turn % 4]);
@@ -154,7 +154,7 @@ void run(const Setting &setting)
 TEST(MsgQueueXStress, NothingIsLostDoubledOrOutOfOrder)
 {
     for (const Setting &setting :
-         {Setting{"batches", scaled(1000000), 8, 4, 2, false},
+         {Setting{"batches", 1000000, 8, 4, 2, false},
           Setting{"at once", scaled(200000), 0, Capacity, 0, false}, Setting{"drained", scaled(200000), 4, 0, 1, false},
           Setting{"external flag", scaled(200000), 8, 4, 2, true}})
         EXPECT_EQ("", printedBy([&] { run(setting); })); // and no receive found its give without a message

@@ -62,7 +62,7 @@ void receiveAll(SMultiEventQ *queue, SEM_ID external, Receipts &receipts)
 {
     for (unsigned turn = 0;; ++turn) {
         if (external != nullptr && turn % 4 != 0) // now and then without having waited
-            semTake(external, turn % 4 == 1 ? 1 : WAIT_FOREVER);
+            semTake(external, turn % 4 == 1 ? 1U : static_cast<unsigned int>(WAIT_FOREVER));
         static constexpr int timeouts[] = {0, 1, WAIT_FOREVER, 3};
         unsigned short id;
         unsigned int value;
@@ -136,7 +136,7 @@ void run(const Setting &setting)
 TEST(MultiEventQStress, NothingIsLostDoubledOrOutOfOrder)
 {
     for (const Setting &setting :
-         {Setting{"batches", scaled(1000000), 8, 2, false}, Setting{"at once", scaled(200000), 0, 0, false},
+         {Setting{"batches", 1000000, 8, 2, false}, Setting{"at once", scaled(200000), 0, 0, false},
           Setting{"external flag", scaled(200000), 8, 2, true}})
         EXPECT_EQ("", printedBy([&] { run(setting); })); // and no receive found its give without an event
 }
