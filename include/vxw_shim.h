@@ -274,6 +274,72 @@ unsigned int msgQReceive(MSG_Q_ID queue, void *buffer, unsigned int size, unsign
 int msgQDumpDebug(MSG_Q_ID queue);
 
 /**
+ * The local side of a datagram: interface and address, laid out as the platform's packet information.
+ *
+ * | Family | bytes 0-3       | 4-7                     | 8-11         | 12-15         | 16-19           |
+ * |--------|-----------------|-------------------------|--------------|---------------|-----------------|
+ * | IPv4   | interface index | 0 (not used on sending) | address      | 0             | 0               |
+ * | IPv6   | address 0-3     | address 4-7             | address 8-11 | address 12-15 | interface index |
+ *
+ * Interface indexes are in native byte order, addresses in network order. The address is where a received packet was
+ * sent to, and where a packet that is sent comes from. As in in_pktinfo (12 bytes, then zeros) and in6_pktinfo.
+ */
+union packet_info {
+    struct {
+        uint32_t ifindex;
+        uint8_t specific_destination[4];
+        uint8_t address[4];
+        uint8_t zero[8];
+    } ipv4;
+    struct {
+        uint8_t address[16];
+        uint32_t ifindex;
+    } ipv6;
+    uint8_t bytes[20];
+};
+
+/**
+ * Receives a datagram, and the local address and interface it arrived on.
+ *
+ * The caller has enabled IP_PKTINFO or IPV6_RECVPKTINFO on the socket; no option is set here. The family of the record
+ * is that of the source address, so without @p source there is no record.
+ *
+ * @param socket       a datagram socket
+ * @param buffer       out: the datagram
+ * @param length       bytes of @p buffer; must not be negative
+ * @param flags        as for recvmsg()
+ * @param source       out: where the datagram came from; may be null. At least its sa_family must be readable.
+ * @param sourceBytes  in: bytes of @p source; out: bytes of the address. May be null, which counts as 0 bytes.
+ * @param info         out: cleared, then filled; untouched when nothing was received, when @p source is null, when no
+ *                     control data came or when it was truncated. May be null.
+ * @return the result of recvmsg(): the bytes received, or negative with errno set
+ * @blocking as recvmsg()    @locks nothing    @context any thread
+ */
+ssize_t recvfrom_wdst(int socket, void *buffer, int length, int flags, struct sockaddr *source, socklen_t *sourceBytes,
+                      union packet_info *info);
+
+/**
+ * Sends a datagram from a chosen local address and interface.
+ *
+ * Which bytes of the record count depends on the destination: the IPv4 line of its table for an IPv4 address; for an
+ * IPv6 address the IPv6 line. For an IPv4-mapped IPv6 address it is the IPv6 line as well, of whose address the last
+ * four bytes are the IPv4 address. Linux chooses the source from the specific destination of IPv4 packet information,
+ * which a plain IPv4 destination leaves 0: there the interface is chosen, and the address only on the mapped way.
+ *
+ * @param socket            a datagram socket
+ * @param buffer            the datagram
+ * @param length            bytes of @p buffer; must not be negative
+ * @param flags             as for sendmsg()
+ * @param destination       where to; may be null on a connected socket, and then @p info is not looked at
+ * @param destinationBytes  bytes of @p destination
+ * @param info              where from; null leaves that to the kernel
+ * @return the result of sendmsg(): the bytes sent, or negative with errno set
+ * @blocking as sendmsg()    @locks nothing    @context any thread
+ */
+ssize_t sendto_wsrc(int socket, const void *buffer, int length, int flags, const struct sockaddr *destination,
+                    socklen_t destinationBytes, const union packet_info *info);
+
+/**
  * Formats a text into a line buffer; a full buffer is sent first, to standard output or to a CLI session.
  *
  * The caller owns all state: it zero-fills the array, starts with `*cursor == buf` and `*remaining == bufSize`, and
@@ -319,6 +385,7 @@ int logEarly(int module, int level, const char *format, ...) __attribute__((form
 /** Returns the end of physical memory: all ones, because there is no memory map to report. */
 char *sysPhysMemTop();
 
+static_assert(sizeof(packet_info) == 20, "processes linked earlier rely on it");
 static_assert(sizeof(mutex_sem) == 16 && offsetof(mutex_sem, impl) == 8, "processes linked earlier rely on it");
 #endif
 #pragma GCC visibility pop
