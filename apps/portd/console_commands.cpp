@@ -6,6 +6,7 @@
 #include "port_info.h"
 #include "sysport.h"
 #include "text_table.h"
+#include "vlan_matrix.h"
 
 #include <algorithm>
 #include <charconv>
@@ -73,6 +74,7 @@ const std::vector<ConsoleCommands::Command> &ConsoleCommands::table()
         {"show ports", "[--json]", "all ports, one a line", &ConsoleCommands::showPorts},
         {"show port", "N|NAME [--json]", "all about one system port", &ConsoleCommands::showPort},
         {"show map", "[brief]", "the port map's own dump, checking itself", &ConsoleCommands::showMap},
+        {"show vlans", "[--json]", "which port is in which VLAN", &ConsoleCommands::showVlans},
         {"show trace", "[LINES]", "the port map's latest trace lines", &ConsoleCommands::showTrace},
         {"show stats", "[--json]", "what the daemon has counted", &ConsoleCommands::showStats},
         {"show queues", "", "the daemon's queues, as the library prints them", &ConsoleCommands::showQueues},
@@ -124,7 +126,19 @@ Reply ConsoleCommands::showPort(const Words &given) const
     const auto port = systemPort == 0 ? std::nullopt : portInfo(systemPort, shown.board);
     if (!port)
         return {"", "no port " + echoed(arguments[0])};
-    return {json ? jsonText(portJson(*port)) : portText(*port), ""};
+    if (json)
+        return {jsonText(portJson(*port)), ""};
+    return {portText(*port, VlanMatrix().ofPort(systemPort)), ""};
+}
+
+Reply ConsoleCommands::showVlans(const Words &given) const
+{
+    Words arguments = given;
+    const bool json = takeJson(arguments);
+    if (!arguments.empty())
+        return unexpected(arguments[0]);
+    const VlanMatrix vlans;
+    return {json ? jsonText(vlans.json()) : vlans.table(), ""};
 }
 
 Reply ConsoleCommands::showMap(const Words &arguments) const

@@ -45,6 +45,7 @@ private:
 
     Reply showPorts(const Words &arguments) const;
     Reply showPort(const Words &arguments) const;
+    Reply showVlans(const Words &arguments) const;
     Reply showMap(const Words &arguments) const;
     Reply showTrace(const Words &arguments) const;
     Reply showStats(const Words &arguments) const;

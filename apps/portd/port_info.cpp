@@ -2,9 +2,11 @@
 #include "port_info.h"
 
 #include "change_line.h"
+#include "mgmt_text.h"
 #include "sysport.h"
 #include "text_table.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <kel_standin.h>
@@ -35,6 +37,16 @@ std::string nameOfInstance(portInstance_t instance)
     if (instance == 0 || kelStandinGetPort(instance, &record) != 0)
         return "";
     return record.name;
+}
+
+std::vector<std::string> addressesOf(portInstance_t instance)
+{
+    kelStandinAddress addresses[KEL_STANDIN_MAX_ADDRESSES];
+    const size_t count = kelStandinGetAddresses(instance, addresses, KEL_STANDIN_MAX_ADDRESSES);
+    std::vector<std::string> texts;
+    for (size_t i = 0; i < std::min<size_t>(count, KEL_STANDIN_MAX_ADDRESSES); ++i)
+        texts.push_back(addressText(addresses[i]));
+    return texts;
 }
 
 std::string linkText(const PortInfo &port)
@@ -91,6 +103,7 @@ std::optional<PortInfo> portInfo(uint32_t systemPort, const PortBoard &board)
     info.mac = macText(record.mac);
     info.trunk = nameOfInstance(record.trunk);
     info.master = info.isTrunk ? nameOfInstance(info.masterInstance) : "";
+    info.addresses = addressesOf(info.portInstance);
     const std::optional<PortRow> row = board.row(systemPort);
     info.heldDown = row && (row->word & stateHeldDown);
     return info;
@@ -140,7 +153,7 @@ std::string portsTable(const std::vector<PortInfo> &ports)
     return table.text();
 }
 
-std::string portText(const PortInfo &port)
+std::string portText(const PortInfo &port, const std::string &vlans)
 {
     using enum TextTable::Align;
     TextTable table({{"SYSTEM PORT", left}, {std::to_string(port.systemPort), left}});
@@ -148,7 +161,7 @@ std::string portText(const PortInfo &port)
     table.addRow({"description", orDash(port.description)});
     table.addRow({"link", linkText(port)});
     table.addRow({"link changes", std::to_string(port.linkChanges)});
-    table.addRow({"last change", lastChangeText(port)});
+    table.addRow({"last change", dateAndTimeText(port.lastChange)});
     table.addRow({"place", placeText(port)});
     table.addRow({"ifIndex", orDash(port.ifIndex)});
     table.addRow({"bridge port", orDash(port.bridgePort)});
@@ -160,6 +173,10 @@ std::string portText(const PortInfo &port)
         table.addRow({"trunk", orDash(port.trunk)});
     table.addRow({"MTU", orDash(port.mtu)});
     table.addRow({"MAC address", orDash(port.mac)});
+    table.addRow({"ifTable object", ifTableOidText(port.ifIndex)});
+    table.addRow({"VLANs", orDash(vlans)});
+    for (size_t i = 0; i < std::max<size_t>(port.addresses.size(), 1); ++i)
+        table.addRow({i == 0 ? "addresses" : "", port.addresses.empty() ? "-" : port.addresses[i]});
     return table.text();
 }
 
@@ -180,7 +197,10 @@ nlohmann::ordered_json portJson(const PortInfo &port)
         {"trunk", port.trunk.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(port.trunk)},
         {"linkChanges", port.linkChanges},
         {"lastChange", static_cast<double>(port.lastChange) / 1e9},
-        {"description", port.description}};
+        {"description", port.description},
+        {"dateAndTime", dateAndTimeText(port.lastChange)},
+        {"ifTableObject", ifTableOidText(port.ifIndex)},
+        {"addresses", port.addresses}};
     if (port.isTrunk)
         json["master"] = port.master;
     if (port.mtu != 0)

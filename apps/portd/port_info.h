@@ -29,6 +29,7 @@ struct PortInfo {
     std::string mac;    // empty: unknown
     std::string trunk;  // of a member: the trunk's name
     std::string master; // of a trunk: the name of the member that stands for it
+    std::vector<std::string> addresses;
 };
 
 // One bound port; nothing when the system port is free, or was freed while we asked.
@@ -41,5 +42,6 @@ std::vector<PortInfo> allPortInfo(const PortBoard &board);
 uint32_t systemPortNamed(const std::string &text);
 
 std::string portsTable(const std::vector<PortInfo> &ports);
-std::string portText(const PortInfo &port);
+// All about one port; `vlans` is a text of its own making.
+std::string portText(const PortInfo &port, const std::string &vlans);
 nlohmann::ordered_json portJson(const PortInfo &port);

@@ -224,6 +224,73 @@ TEST_F(Daemon, ShowMapOnTheWholeChassisFindsNoErrorInAllSixPasses)
     EXPECT_EQ(0, stop());
 }
 
+TEST_F(Daemon, ShowPortTellsEverythingAboutOne)
+{
+    start({"--topology", KEL_CHASSIS48});
+    ASSERT_TRUE(eventually("show stats", "portsUp +54"));
+    const std::string port = ask("show port xe3/1");
+    for (const char *line :
+         {"SYSTEM PORT     49\n", "name            xe3/1\n", "description     to core-1\n", "link            up\n",
+          "place           3/1\n", "ifIndex         3001\n", "bridge port     257\n", "port instance   0x00030001\n",
+          "trunk           po1\n", "MTU             9216\n", "MAC address     02:00:00:00:03:01\n",
+          "ifTable object  1.3.6.1.2.1.2.2.1.1.3001\n", "addresses       192.0.2.1/30\n",
+          "                2001:db8:3:1::1/64\n"})
+        EXPECT_THAT(port, HasSubstr(line));
+    EXPECT_THAT(port, testing::ContainsRegex("last change     20[0-9][0-9]-[0-9]+-[0-9]+,[0-9]+:[0-9]+:[0-9]+\\.0,"));
+    EXPECT_EQ(port, ask("show port 49"));
+    const std::string trunk = ask("show port po1");
+    EXPECT_THAT(trunk, HasSubstr("master          xe3/1\n"));
+    EXPECT_THAT(trunk, HasSubstr("VLANs           1, 10 (tagged), 20 (tagged)\n"));
+    EXPECT_THAT(askJson("show port xe3/1")["addresses"], ElementsAre("192.0.2.1/30", "2001:db8:3:1::1/64"));
+    EXPECT_EQ(0, stop());
+}
+
+TEST_F(Daemon, ShowVlansHasTheirMembers)
+{
+    start({"--topology", KEL_CHASSIS48});
+    ASSERT_TRUE(eventually("show stats", "portsPresent +54"));
+    EXPECT_EQ("VLAN  PORTS  UNTAGGED          TAGGED\n"
+              "   1     14  ge2/13-24, po1-2  -\n"
+              "  10     25  ge1/1-24          po1\n"
+              "  20     14  ge2/1-12          po1-2\n"
+              "ok\n",
+              ask("show vlans"));
+    EXPECT_THAT(askJson("show vlans")[1]["tagged"], ElementsAre("po1"));
+    EXPECT_EQ(0, stop());
+}
+
+TEST_F(Daemon, ShowQueuesTimersAndPoolAreTheLibrarysOwnWords)
+{
+    startChassis(fourPortsAnd(R"({"at": 0, "do": "flap", "port": "1/1", "times": 3},
+                                 {"at": 0, "do": "flap", "port": "1/2", "times": 1})"),
+                 {"--flap-limit", "2", "--flap-window", "100000", "--flap-hold", "100000"});
+    ASSERT_TRUE(eventually("show timers", "1  ge1/1  held down +1 "));
+    EXPECT_THAT(ask("show timers"),
+                testing::AllOf(HasSubstr("name           : flap windows\n"), HasSubstr("name           : hold-downs\n"),
+                               testing::Not(HasSubstr("ge1/3"))));
+    EXPECT_THAT(ask("show queues"),
+                testing::AllOf(HasSubstr("Queue Size      = 32768"), HasSubstr("RxThreshold     = 8"),
+                               HasSubstr("inUse           = "), HasSubstr("Max Msg Length  = 8")));
+    EXPECT_THAT(ask("show pool"), testing::ContainsRegex("blocks +2048\n"));
+    for (const char *command : {"show queues", "show timers", "show pool", "show vlans"})
+        EXPECT_EQ("error: unexpected argument 'x'; try help\n", ask(std::string(command) + " x"));
+    EXPECT_EQ(0, stop());
+    EXPECT_THAT(daemon->out(), testing::Not(HasSubstr("Queue Size"))) << "what is shown goes to the console alone";
+}
+
+TEST_F(Daemon, FlappingPortIsHeldDownToldOnceAndReleased)
+{
+    startChassis(fourPortsAnd(R"({"at": 500, "do": "flap", "port": "1/1", "times": 10})"),
+                 {"--flap-limit", "3", "--flap-hold", "50", "--max-delay", "0"});
+    EXPECT_TRUE(daemon->waitForOutput("ge1/1     flapping, held down"));
+    EXPECT_TRUE(daemon->waitForOutput("ge1/1     released, link up"));
+    EXPECT_EQ(0, stop());
+    size_t lines = 0;
+    for (const std::string &line : changeLines(daemon->out()))
+        lines += line.find(" ge1/1 ") != std::string::npos ? 1 : 0;
+    EXPECT_LE(lines, 8u) << daemon->out(); // the arrival, four changes at most, held down, released
+}
+
 TEST_F(Daemon, ShowTraceHasTheMapsLatestLines)
 {
     startChassis(fourPorts);
@@ -271,7 +338,7 @@ TEST_F(Daemon, HelpListsEveryCommandThatThereIs)
     startChassis(fourPorts);
     const std::string help = ask("help");
     for (const char *command : {"show ports", "show port", "show map", "show trace", "show stats", "show queues",
-                                "show timers", "show pool", "help"})
+                                "show timers", "show pool", "show vlans", "help"})
         EXPECT_THAT(help, HasSubstr(command));
     EXPECT_EQ(0, stop());
 }
