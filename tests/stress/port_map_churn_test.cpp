@@ -12,7 +12,7 @@ namespace
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__) || !defined(__x86_64__) || !defined(__OPTIMIZE__)
 constexpr int Cycles = 50;
 #else
-constexpr int Cycles = 1000;
+constexpr int Cycles = 500;
 #endif
 
 constexpr uint16_t PortsOfASlot = 24;
