@@ -4,8 +4,7 @@
 //             that expired last is delivered first.
 // Locking:    everything is under SBaseQ::lockSem.
 // Invariants: aging is set exactly while a queue is linked; each ageTtl counts from the expiry of the queue before, the
-//             head's from sleepStart; headTime is the head's ageTtl and tailTime the sum of all; an empty list is all
-//             0.
+//             head's from sleepStart; headTime is the head's ageTtl, tailTime the sum of all; an empty list is all 0.
 // Cost:       insert walks from the tail, over the queues that expire later; all else is constant for each queue moved.
 // Arithmetic: times wrap at 32 bits, so it is done unsigned and converted.
 #include "queues/aging_list.h"

@@ -1,9 +1,8 @@
 // aging_timer.cpp: library start-up, and the task that delivers what was held back when it is due.
 //
 // Policy:     the queue that expired last is delivered first.
-// Locking:    gives go out without the lock. The task has an expired queue's ageNext and delayedGives for itself:
-// senders
-//             then give at once, receivers leave it alone, and a destructor waits. After letGo() it touches it no more.
+// Locking:    gives go out without the lock. The task has an expired queue's ageNext and delayedGives for itself; then
+//             senders give at once, receivers leave it alone, a destructor waits. After letGo() it touches it no more.
 // Cost:       sleeps until the first queue is due; one lock for each queue delivered.
 #include "queues/aging_list.h"
 #include "queues/signalling.h"

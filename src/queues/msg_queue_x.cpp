@@ -1,11 +1,9 @@
 // msg_queue_x.cpp: a bounded queue of byte messages with sender flow control.
 //
-// Policy:     senders take turns on sendFlag. Once the ring is full the turn stays with the receivers, who pass it on
-// when
-//             no more than txThreshold messages are left. Only a sender that waits without limit waits for room.
+// Policy:     senders take turns on sendFlag. Once the ring is full the turn stays with the receivers; they pass it on
+//             when no more than txThreshold messages are left. Only a sender without a limit waits for room.
 // Locking:    the ring and txBlocking are under SBaseQ::lockSem; send() signals after it is released. txBlocking and
-// the
-//             message count are also read without it.
+//             the message count are also read without it.
 // Invariants: a message in the ring lies inside the memory that was really allocated; every one is one give of cflag,
 //             given, held back, or about to be given by its sender.
 // Cost:       one copy in, one copy out; nothing is allocated after construction.

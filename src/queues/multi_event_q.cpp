@@ -1,10 +1,9 @@
 // multi_event_q.cpp: numbered events, each pending at most once.
 //
 // Policy:     first sent, first received; an event that is sent again keeps its place and only its data changes.
-// Locking:    everything is under SBaseQ::lockSem, which is recursive: it stays held around age_start, age_stop and
-// gives. Invariants: inUse holds exactly the ids in the ring, so the ring cannot overflow; multiUse holds a part of
-// them. One
-//             give of cflag, given or held back, for each id in the ring; none for a merged send.
+// Locking:    everything is under SBaseQ::lockSem, recursive: it stays held around age_start, age_stop and gives.
+// Invariants: inUse holds exactly the ids in the ring, so the ring cannot overflow; multiUse holds a part of them.
+//             One give of cflag, given or held back, for each id in the ring; none for a merged send.
 // Cost:       constant for each call; nothing is allocated after construction.
 #include "queues/signalling.h"
 #include "queues/type_mark.h"

@@ -1,8 +1,7 @@
 // queue_show.cpp: prints the state of a queue, for a person at a debug shell.
 //
-// Locking:    the state is read under SBaseQ::lockSem into one text, and printed after the lock is released: slow
-// output
-//             never holds up a queue.
+// Locking:    the state is read under SBaseQ::lockSem into one text, and printed after the lock is released, so that
+//             slow output never holds up a queue.
 // Invariants: the text has room for every line with its widest values.
 #include "queues/ring.h"
 #include "queues/type_mark.h"
