@@ -19,7 +19,10 @@
 namespace
 {
 std::mutex seenLock;
-std::vector<SEM_ID> given; // every semaphore given, in order
+std::vector<SEM_ID> given;   // every semaphore given, in order
+std::atomic<SEM_ID> watched; // gives of this one note when the queues' lock is held meanwhile
+std::atomic<int> watchedGives;
+std::atomic<bool> givenUnderTheLock;
 
 struct Spawned {
     std::string name;
@@ -36,10 +39,32 @@ Function *libraryOwn(const char *name)
 }
 } // namespace
 
+namespace
+{
+// Asked by a thread of its own, because the lock is recursive. Another thread may hold it for a moment, so it waits.
+bool lockIsFree()
+{
+    bool isFree = false;
+    std::thread([&] {
+        static const auto own = libraryOwn<int(SEM_ID)>("semGive");
+        SEM_ID lockSem = SBaseQ::lockSem;
+        isFree = semTake(lockSem, 500) == 0;
+        if (isFree)
+            own(lockSem);
+    }).join();
+    return isFree;
+}
+} // namespace
+
 // These two take the place of the library's own and call them.
 int semGive(SEM_ID sem)
 {
     static const auto own = libraryOwn<int(SEM_ID)>("semGive");
+    if (sem != nullptr && sem == watched) {
+        if (!lockIsFree())
+            givenUnderTheLock = true;
+        ++watchedGives;
+    }
     {
         std::lock_guard hold(seenLock);
         given.push_back(sem);
@@ -197,6 +222,65 @@ TEST(AgingTimer, QueueWithoutHeldBackGivesExpiresWithoutGiving)
     EXPECT_EQ(0, givesOf(queue.cflag));
     EXPECT_EQ(0, givesOf(external));
     EXPECT_EQ(0, semDelete(external));
+}
+
+// Whoever waits on the external flag does not wait again on the queue: all of the batch has to be there before it.
+TEST(AgingTimer, ExternalFlagIsGivenAfterTheGivesOfItsBatch)
+{
+    SEM_ID external = semCCreate(SEM_Q_FIFO, 0);
+    SMultiEventQ8 queue(8, 0, 8, 2, external);
+    const auto send = [&](unsigned short event, int urgency) {
+        EXPECT_EQ(0, queue.send(event, 0, 0xFFFFFFFF, 0xFFFFFFFF, urgency));
+    };
+    const std::vector<SEM_ID> both{queue.cflag, external};
+    SBaseQ::lock(); // no sooner than all are held back
+    send(0, 0);
+    send(1, 0);
+    SBaseQ::unLock();
+    EXPECT_EQ(0, semTake(external, WAIT_FOREVER)); // by the timer task
+    waitUntilIdle(queue);
+    std::vector<SEM_ID> expected{queue.cflag, queue.cflag, external};
+    EXPECT_EQ(expected, givenOf(both));
+
+    SBaseQ::lock();
+    send(2, 0);
+    send(3, 0);
+    queue.age_stop(1);
+    send(4, 2); // at once
+    queue.expired = true;
+    queue.age_start(1); // while the timer task is delivering
+    queue.expired = false;
+    SBaseQ::unLock();
+    expected.insert(expected.end(), {queue.cflag, queue.cflag, external});
+    expected.insert(expected.end(), {queue.cflag, external});
+    expected.insert(expected.end(), {queue.cflag, external});
+    EXPECT_EQ(expected, givenOf(both));
+    EXPECT_EQ(0, semDelete(external));
+}
+
+TEST(AgingTimer, GivesGoOutWithoutTheLock)
+{
+    SMsgQueueX queue(8, 4, 0, 8, 8, 1, nullptr);
+    const auto watch = [](SEM_ID sem) {
+        watchedGives = 0;
+        watched = sem;
+    };
+    watch(queue.cflag);
+    EXPECT_EQ(0, queue.send("a", 1, 0, 2)); // at once
+    EXPECT_EQ(1, watchedGives);
+    queue.age_start(1);
+    queue.age_stop(1); // or the timer task, if it was quicker
+    EXPECT_EQ(0, semTake(queue.cflag, WAIT_FOREVER));
+    EXPECT_EQ(0, semTake(queue.cflag, WAIT_FOREVER));
+    queue.age_start(1);
+    EXPECT_EQ(0, semTake(queue.cflag, WAIT_FOREVER)); // by the timer task
+    EXPECT_EQ(3, watchedGives);
+    waitUntilIdle(queue);
+    watch(SBaseQ::timerSig);
+    queue.age_start(1);
+    EXPECT_EQ(1, watchedGives);
+    watch(nullptr);
+    EXPECT_FALSE(givenUnderTheLock);
 }
 
 TEST(AgingTimer, QueueWithoutADelayIsDeliveredAtOnce)
