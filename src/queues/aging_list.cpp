@@ -195,6 +195,9 @@ uint32_t startSleep(uint32_t now)
     return static_cast<uint32_t>(SBaseQ::head->ageTtl);
 }
 
+// Kept: sleepStart stays, so a sender that comes before the next startSleep() moves the list on by the same ticks once
+// more: the queues that are left are then delivered early
+// (AgingList.SenderBetweenAPassAndTheNextSleepMovesTheListOnTwice).
 SBaseQ *takeExpired(uint32_t now)
 {
     int32_t elapsed = elapsedTicks(now);

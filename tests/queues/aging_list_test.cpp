@@ -345,6 +345,18 @@ TEST_F(AgingList, LateTaskTakesEveryQueueThatIsOverdue)
     EXPECT_EQ(Deltas{15}, deltas());
 }
 
+// A sender that comes after the pass at tick 50, and before the task counts from a new tick.
+TEST_F(AgingList, SenderBetweenAPassAndTheNextSleepMovesTheListOnTwice)
+{
+    start(a, 50, 0);
+    start(b, 120, 0);
+    EXPECT_EQ(Queues{&a}, expire(50));
+    EXPECT_EQ(Deltas{70}, deltas());
+    start(c, 300, 50);
+    EXPECT_EQ((Queues{&b, &c}), listed());
+    EXPECT_EQ((Deltas{20, 280}), deltas());
+}
+
 TEST_F(AgingList, ListThatRunsOutIsEmpty)
 {
     start(a, 50, 0);
