@@ -56,8 +56,8 @@ int kel_utils_init(void);
  * @param numEvents     event ids are 0 to @p numEvents - 1
  * @param pendOption    order in which waiting tasks are served; without effect
  * @param rxThreshold   queued events that end the holding back; 0 or less: never held back
- * @param maxDelay      ticks for which a wake-up may be held back; 0: never held back. Above 214748 (35 minutes), where
- *                      tick products wrap, the timer task polls instead of sleeping.
+ * @param maxDelay      ticks for which a wake-up may be held back; 0: never held back; negative: until the timer task
+ *                      runs. Above 214748 (35 minutes), where tick products wrap, that task polls instead of sleeping.
  * @param externalFlag  also given when the receiver is to wake; null: none. The caller's: it must outlive the queue.
  * @return the queue, to be ended with meqDelete(); null for another @p width or no events. A failed allocation lets the
  *         allocator's exception pass, so C callers are compiled with -fexceptions.

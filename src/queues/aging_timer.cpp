@@ -61,6 +61,8 @@ int SBaseQ::init()
     return taskId;
 }
 
+// Kept: a delay whose tick product wraps to a deadline in the past ends the take at once, so until less is left the
+// task polls (AgingTimer.DelayWhoseDeadlineIsInThePastIsHeldBackAllTheSame).
 int SBaseQ::timer_callback(int)
 {
     for (;;) {

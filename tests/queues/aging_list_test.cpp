@@ -389,6 +389,15 @@ TEST_F(AgingList, NegativeDelayIsDueAtOnce)
     EXPECT_EQ(Deltas{100}, deltas());
 }
 
+// As a time-out -1 is without limit, so the task has to be woken for such a head.
+TEST_F(AgingList, DelayOfMinusOneAlwaysWakesTheTimerTask)
+{
+    EXPECT_TRUE(start(a, -1, 0));
+    EXPECT_TRUE(start(b, -1, 0));
+    EXPECT_TRUE(start(c, -1, 7));
+    EXPECT_EQ((Queues{&a, &b, &c}), expire(9));
+}
+
 // Nobody asks for such delays; the arithmetic wraps like the clock and is never undefined.
 TEST_F(AgingList, DeltaThatDoesNotFitWraps)
 {

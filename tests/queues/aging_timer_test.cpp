@@ -283,6 +283,31 @@ TEST(AgingTimer, GivesGoOutWithoutTheLock)
     EXPECT_FALSE(givenUnderTheLock);
 }
 
+// 300000 ticks are a deadline in the past, and still are a few ticks later.
+TEST(AgingTimer, DelayWhoseDeadlineIsInThePastIsHeldBackAllTheSame)
+{
+    SBaseQ late(4, 0, 300000, 4, nullptr);
+    SBaseQ soon(4, 0, 1, 4, nullptr);
+    late.age_start(1);
+    for (int round = 0; round < 3; ++round) {
+        soon.age_start(1);
+        EXPECT_EQ(0, semTake(soon.cflag, WAIT_FOREVER));
+    }
+    EXPECT_EQ(0, givesOf(late.cflag));
+    SemLock hold(SBaseQ::lockSem);
+    EXPECT_TRUE(late.aging);
+}
+
+TEST(AgingTimer, NegativeDelayIsDeliveredAtOnce)
+{
+    for (int delay : {-1, -2, -5000}) {
+        SBaseQ queue(4, 0, delay, 4, nullptr);
+        queue.age_start(1);
+        EXPECT_EQ(0, semTake(queue.cflag, 500)) << delay;
+        waitUntilIdle(queue);
+    }
+}
+
 TEST(AgingTimer, QueueWithoutADelayIsDeliveredAtOnce)
 {
     SBaseQ waiting(4, 0, 3000, 4, nullptr);
