@@ -55,7 +55,7 @@ int kel_utils_init(void);
  * @param width         bytes of data an event carries: 0, 1, 2 or 4
  * @param numEvents     event ids are 0 to @p numEvents - 1
  * @param pendOption    order in which waiting tasks are served; without effect
- * @param rxThreshold   queued events that end the holding back; 0 or less: never held back
+ * @param rxThreshold   queued events that end the holding back; 1 or less: never held back
  * @param maxDelay      ticks for which a wake-up may be held back; 0: never held back; negative: until the timer task
  *                      runs. Above 214748 (35 minutes), where tick products wrap, that task polls instead of sleeping.
  * @param externalFlag  also given when the receiver is to wake; null: none. The caller's: it must outlive the queue.
@@ -76,7 +76,11 @@ SMultiEventQ *meqCreate(int width, unsigned short numEvents, SEM_ID externalFlag
  */
 void meqDelete(SMultiEventQ *queue);
 
-/** Returns the bytes a queue occupies, or 0 for null or another kind of queue. */
+/**
+ * Returns the bytes a queue occupies, or 0 for null or another kind of queue.
+ *
+ * @blocking no    @locks the queues' lock    @context any thread
+ */
 unsigned int meqSize(SMultiEventQ *queue);
 
 /**
@@ -141,7 +145,7 @@ int meqSendXY(SMultiEventQ *queue, unsigned short event, unsigned int data, unsi
  * bytes the receiver gets the length modulo 65536. The product with @p maxMsgs is taken in 32 bits: a negative one
  * gives a queue on which everything fails, a wrapped one a queue whose last slots refuse their message.
  * @param pendOption    order in which waiting tasks are served; without effect
- * @param rxThreshold   queued messages that end the holding back, at most @p maxMsgs; 0: never held back
+ * @param rxThreshold   queued messages that end the holding back, at most @p maxMsgs; 0 or 1: never held back
  * @param maxDelay      ticks for which a wake-up may be held back; 0: never held back. Above 214748 (35 minutes), where
  *                      tick products wrap, the timer task polls instead of sleeping.
  * @param externalFlag  also given when the receiver is to wake; null: none. The caller's: it must outlive the queue.
@@ -172,7 +176,7 @@ void msgQxDelete(SMsgQueueX *queue);
 /** Returns the messages queued at some moment of the call, or 0 for null or another kind of queue; takes no lock. */
 int msgQxNumMsgs(SMsgQueueX *queue);
 
-/** Returns the bytes a queue occupies, or 0 for null or another kind of queue. */
+/** Returns the bytes a queue occupies, or 0 for null or another kind of queue; takes no lock. */
 unsigned int msgQxSize(SMsgQueueX *queue);
 
 /**
@@ -211,10 +215,10 @@ int msgQxRecv(SMsgQueueX *queue, char *buf, int maxLen, int timeout);
  */
 int baseQShow(SBaseQ *queue, int flag);
 
-/** Prints what baseQShow() prints and, for a multi-event queue, its own state. */
+/** Prints what baseQShow() prints and, for a multi-event queue, its own state; parameters and result as there. */
 int meqShow(SMultiEventQ *queue, int flag);
 
-/** Prints what baseQShow() prints and, for a variable-length queue, its own state. */
+/** Prints what baseQShow() prints and, for a variable-length queue, its own state; parameters and result as there. */
 int msgQxShow(SMsgQueueX *queue, int flag);
 
 extern SMsgQueueX *msg_q_x_test_id; /**< the queue of msg_q_x_test_start(); null until started */
@@ -474,7 +478,8 @@ void test_utils();
  * Creates the test queue and serves it: prints each 32-bit value sent to it. The calling task becomes the consumer.
  *
  * @param maxMsgs,pendOption,rxThreshold,txThreshold,maxDelay  as for msgQxCreateX()
- * @return the test queue, at once, if there is one already; null if it could not be created; otherwise never
+ * @return the test queue, at once, if there is one already; null if it could not be created; a queue that nobody serves
+ *         if its external flag could not be created; otherwise never
  * @blocking yes    @locks the queues' lock    @context a task of its own
  */
 SMsgQueueX *msg_q_x_test_start(int maxMsgs, int pendOption, int rxThreshold, int txThreshold, int maxDelay);

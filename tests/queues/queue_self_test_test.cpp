@@ -1,5 +1,6 @@
 #include "queues.h"
 
+#include "harness/fail_allocation.h"
 #include "harness/printed_by.h"
 #include "harness/time_of.h"
 #include "queues/gives_of.h"
@@ -164,6 +165,23 @@ TEST(QueueSelfTest, TestQueueThatCannotBeCreatedEndsTheStart)
     EXPECT_EQ(nullptr, msg_q_x_test_id);
     ASSERT_NE(nullptr, msg_q_x_test_sem); // made before the queue, and left
     semDelete(msg_q_x_test_sem);
+}
+
+// Without its flag there would be nothing to wait on, so nobody serves the queue.
+TEST(QueueSelfTest, FlagThatCannotBeCreatedLeavesAQueueWithoutAConsumer)
+{
+    SMsgQueueX *queue = nullptr;
+    {
+        FailAllocation failing(1);
+        queue = msg_q_x_test_start(10, 0, 0, 10, 0);
+        EXPECT_TRUE(failing.happened());
+    }
+    ASSERT_NE(nullptr, queue);
+    EXPECT_EQ(queue, msg_q_x_test_id);
+    EXPECT_EQ(nullptr, msg_q_x_test_sem);
+    EXPECT_EQ(nullptr, queue->externalFlag);
+    msg_q_x_test_id = nullptr;
+    msgQxDelete(queue);
 }
 
 // Without the consumer: a queue of the test's own in the place of the test queue.
