@@ -153,7 +153,7 @@ public:
      * Parses dotted text; every text is a value.
      *
      * There is one sub-identifier more than there are dots. Each is what strtoul() reads with base 0 (0x10 is 16, 010
-     * is 8), cut to 32 bits; then one character is skipped, whatever it is. An empty field is 0.
+     * is 8, but 0b is no prefix), cut to 32 bits; then one character is skipped, whatever it is. An empty field is 0.
      *
      * @param text  null makes the identifier empty
      * @blocking no    @locks nothing    @context any thread

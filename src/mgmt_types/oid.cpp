@@ -36,6 +36,17 @@ int countFields(const char *text)
     return static_cast<int>(std::min<int64_t>(dots + 1, INT_MAX));
 }
 
+// strtoul() with the prefixes 0x and 0 alone. Newer C libraries also take 0b when the base is 0; in base 8 the letter
+// ends the zero, as it does on every other machine.
+unsigned long readNumber(const char *text, char **end)
+{
+    const char *digits = text + strspn(text, " \t\n\v\f\r");
+    if (*digits == '+' || *digits == '-')
+        digits++;
+    const bool looksBinary = digits[0] == '0' && (digits[1] == 'b' || digits[1] == 'B');
+    return strtoul(text, end, looksBinary ? 8 : 0);
+}
+
 int digitsOf(unsigned int number)
 {
     int digits = 1;
@@ -100,7 +111,7 @@ SuOID &SuOID::operator=(char const *text)
     oid.len = fields;
     for (int i = 0; i < fields; i++) {
         char *end = nullptr;
-        oid.ptr[i] = static_cast<unsigned int>(strtoul(text, &end, 0));
+        oid.ptr[i] = static_cast<unsigned int>(readNumber(text, &end));
         text = end + 1;
     }
     return *this;

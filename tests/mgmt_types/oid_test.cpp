@@ -6,7 +6,10 @@
 
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
+
 #include <climits>
+#include <cstdlib>
 #include <cstring>
 #include <random>
 
@@ -40,6 +43,22 @@ std::string header(const SuOID &id)
     return formatted("oid.ptr = %8p, oid.len = %d, size = %d\n", static_cast<void *>(id.oid.ptr), id.oid.len, id.size);
 }
 } // namespace
+
+// The C library of a newer machine, which also takes 0b for a prefix when the base is 0: a definition in this program
+// comes first for the library.
+unsigned long strtoul(const char *text, char **end, int base) noexcept
+{
+    static const auto real = reinterpret_cast<decltype(&strtoul)>(dlsym(RTLD_NEXT, "strtoul"));
+    const char *digits = text + strspn(text, " \t\n\v\f\r");
+    const bool negative = *digits == '-';
+    if (negative || *digits == '+')
+        digits++;
+    const bool binary = digits[0] == '0' && (digits[1] == 'b' || digits[1] == 'B') && (digits[2] | 1) == '1';
+    if (base != 0 || !binary)
+        return real(text, end, base);
+    const unsigned long number = real(digits + 2, end, 2);
+    return negative ? 0 - number : number;
+}
 
 TEST(Oid, StartsEmptyWithoutRoom)
 {
@@ -92,6 +111,16 @@ TEST(OidText, PrefixSaysTheBase)
 {
     EXPECT_EQ((SubIdentifiers{16, 8}), held(oid("0x10.010")));
     EXPECT_EQ((SubIdentifiers{255, 0, 0, 10}), held(oid("0XfF.0.00.10")));
+}
+
+// Newer C libraries read such a text as binary; the value of a configured text may not depend on the machine.
+TEST(OidText, BinaryPrefixIsAZeroThatTheLetterEnds)
+{
+    EXPECT_EQ((SubIdentifiers{0}), held(oid("0b11")));
+    EXPECT_EQ((SubIdentifiers{1, 0, 10}), held(oid("1.0B10.7")));
+    EXPECT_EQ((SubIdentifiers{0, 11}), held(oid(" \t-0b11.7")));
+    EXPECT_EQ((SubIdentifiers{0, 1}), held(oid("+0b1.7")));
+    EXPECT_EQ((SubIdentifiers{0, 0}), held(oid("0b.7")));
 }
 
 TEST(OidText, EmptyFieldsAreZero)
