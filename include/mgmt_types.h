@@ -286,7 +286,8 @@ public:
  * | 9     | hours from UTC, 0 to 13 (11 octets only)             |
  * | 10    | minutes from UTC, 0 to 59 (11 octets only)           |
  *
- * Octets that an object was not given are read as 0 and not written.
+ * The octets allocated (size) decide the form, not those in use: 11 are the long one, and of any other number at most
+ * the first eight count. Octets that are not allocated are read as 0 and not written.
  */
 class SuDateAndTime : public SuOctetString
 {
@@ -340,8 +341,8 @@ public:
      *
      * @param seconds         receives seconds since the epoch; -1, and a line on standard output, when mktime() gives
      * -1
-     * @param hoursFromUtc    receives the hours, negative for the direction '-'; 0 unless there are 11 octets
-     * @param minutesFromUtc  receives the minutes; 0 unless there are 11 octets
+     * @param hoursFromUtc    receives the hours, negative for the direction '-'; 0 unless 11 octets are allocated
+     * @param minutesFromUtc  receives the minutes; 0 unless 11 octets are allocated
      * @blocking no    @locks nothing but the C library's own for the time zone    @context any thread
      */
     void getValue(long &seconds, int &hoursFromUtc, unsigned int &minutesFromUtc);

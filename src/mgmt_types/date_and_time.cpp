@@ -39,6 +39,8 @@ struct LongForm {
     unsigned char at[Long] = {};
 };
 
+// Kept: what is allocated decides, not what is in use, so a value of 11 octets that is then given 8 still has the
+// offset behind them; the form is chosen once, by init() (DateAndTime.OctetsAllocatedAndNotThoseInUseDecideTheForm).
 int octetsOf(SuDateAndTime const &value)
 {
     return value.size == Long ? Long : std::min(value.size, Short);

@@ -146,6 +146,25 @@ TEST(DateAndTime, CopiesAreDeepAndTakeTheForm)
     EXPECT_EQ(30U, read(shortForm).minutes);
 }
 
+TEST(DateAndTime, OctetsAllocatedAndNotThoseInUseDecideTheForm)
+{
+    const Zone zone("UTC0");
+    SuDateAndTime value = made(11);
+    value.setValue(Winter2024, -5, 30);
+    const Bytes shorter(8, 0);
+    value.setData(shorter.data(), 8); // the array only grows, so the offset is still behind the value
+    EXPECT_EQ(8, value.os.len);
+    Read result;
+    value.getValue(result.seconds, result.hours, result.minutes);
+    EXPECT_EQ(-5, result.hours);
+    EXPECT_EQ(30U, result.minutes);
+    value.setValue(Winter2024, 3, 4);
+    value.clear(); // the octets in use alone
+    value.getValue(result.seconds, result.hours, result.minutes);
+    EXPECT_EQ(3, result.hours);
+    EXPECT_EQ(4U, result.minutes);
+}
+
 TEST(DateAndTimeStore, FieldsAreThoseOfLocalTime)
 {
     const Zone zone(CentralEurope);
