@@ -1,6 +1,6 @@
 /**
  * @file ipaddr.h
- * IPv4 and IPv6 address values, and host names with a compact byte record.
+ * IPv4 and IPv6 address values, and host names with a compact byte record. C has get_unmapped_address_string() alone.
  *
  * Result codes of this family:
  * 1. 0 is success.
@@ -17,6 +17,7 @@
 
 #pragma GCC visibility push(default)
 
+#ifdef __cplusplus
 /**
  * One IPv4 or IPv6 address, laid out as a socket address storage with a sockaddr_in or sockaddr_in6 at its start.
  *
@@ -359,6 +360,9 @@ static_assert(sizeof(CIpHostname) == 392 && offsetof(CIpHostname, nameLen) == 1 
                   offsetof(CIpHostname, address) == 264,
               "processes linked earlier rely on it");
 
+extern "C" {
+#endif
+
 /**
  * Prints an address text in its shortest numeric form, an IPv4-mapped IPv6 address as IPv4; "UNKNOWN" for any other
  * text.
@@ -369,7 +373,11 @@ static_assert(sizeof(CIpHostname) == 392 && offsetof(CIpHostname, nameLen) == 1 
  * @param len   bytes of @p buf; below 46 the text is always "UNKNOWN"
  * @blocking no    @locks nothing    @context any thread
  */
-extern "C" void get_unmapped_address_string(const char *text, char *buf, unsigned int len);
+void get_unmapped_address_string(const char *text, char *buf, unsigned int len);
+
+#ifdef __cplusplus
+} // extern "C"
+#endif
 
 #pragma GCC visibility pop
 

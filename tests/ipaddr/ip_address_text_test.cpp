@@ -15,6 +15,8 @@ using model::ipv4;
 using model::ipv6;
 using model::uint128;
 
+extern "C" void printFromC(const char *text, char *buf, unsigned int len); // of ip_address_c.c
+
 namespace
 {
 // What the name calls of the C library do while a case runs: a definition in this program comes first for the library.
@@ -369,6 +371,15 @@ TEST_F(IpAddressUnmapped, CCallPrintsTheShortestNumericForm)
             ASSERT_EQ(0, text.data()[i]) << i;
         EXPECT_TRUE(text.intact());
     }
+}
+
+// The header declares the call to C as well: a C source includes it.
+TEST_F(IpAddressUnmapped, CProgramsHaveTheCall)
+{
+    GuardedBytes text(64);
+    printFromC("::ffff:10.1.2.3", text.text(), 64);
+    EXPECT_STREQ("10.1.2.3", text.text());
+    EXPECT_TRUE(text.intact());
 }
 
 TEST_F(IpAddressUnmapped, CCallWithAShortBufferWritesUnknownAsStrncpyDoes)
