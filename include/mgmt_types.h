@@ -39,20 +39,29 @@ public:
      */
     explicit SuOctetString(int room);
 
-    /** Copies the value; the room is the value's length. */
+    /**
+     * Copies the value; the room is the value's length.
+     * @blocking no    @locks nothing    @context any thread
+     */
     SuOctetString(SuOctetString const &other) : SuOctetString(other.os.len)
     {
         setData(other.os.ptr, other.os.len);
     }
 
-    /** Copies the value into the room there is, which grows when it is too small. */
+    /**
+     * Copies the value into the room there is, which grows when it is too small.
+     * @blocking no    @locks nothing    @context any thread
+     */
     SuOctetString &operator=(SuOctetString const &other)
     {
         setData(other.os.ptr, other.os.len);
         return *this;
     }
 
-    /** Frees the array. */
+    /**
+     * Frees the array.
+     * @blocking no    @locks nothing    @context any thread
+     */
     ~SuOctetString()
     {
         delete[] os.ptr;
@@ -88,16 +97,28 @@ public:
      */
     int getStr(char *dst) const;
 
-    /** Tells whether lengths and bytes are equal. */
+    /**
+     * Tells whether lengths and bytes are equal.
+     * @blocking no    @locks nothing    @context any thread
+     */
     bool operator==(SuOctetString const &other) const;
 
-    /** Tells whether the value is the characters of @p text, without its zero; a null @p text equals nothing. */
+    /**
+     * Tells whether the value is the characters of @p text, without its zero; a null @p text equals nothing.
+     * @blocking no    @locks nothing    @context any thread
+     */
     bool operator==(char const *text) const;
 
-    /** Compares the common prefix alone: a value is neither less nor greater than its own prefix. */
+    /**
+     * Compares the common prefix alone: a value is neither less nor greater than its own prefix.
+     * @blocking no    @locks nothing    @context any thread
+     */
     bool operator<(SuOctetString const &other) const;
 
-    /** Compares the common prefix alone: a value is neither less nor greater than its own prefix. */
+    /**
+     * Compares the common prefix alone: a value is neither less nor greater than its own prefix.
+     * @blocking no    @locks nothing    @context any thread
+     */
     bool operator>(SuOctetString const &other) const;
 
     /**
@@ -128,16 +149,25 @@ public:
     /** Sub-identifiers allocated. */
     int size;
 
-    /** Makes an empty identifier without room. */
+    /**
+     * Makes an empty identifier without room.
+     * @blocking no    @locks nothing    @context any thread
+     */
     SuOID() : oid(), size(0) {}
 
-    /** Copies the value; the room is the value's length. */
+    /**
+     * Copies the value; the room is the value's length.
+     * @blocking no    @locks nothing    @context any thread
+     */
     SuOID(SuOID const &other) : SuOID()
     {
         *this = other;
     }
 
-    /** Frees the array. */
+    /**
+     * Frees the array.
+     * @blocking no    @locks nothing    @context any thread
+     */
     ~SuOID()
     {
         delete[] oid.ptr;
@@ -160,7 +190,10 @@ public:
      */
     SuOID &operator=(char const *text);
 
-    /** Tells whether lengths and sub-identifiers are equal. */
+    /**
+     * Tells whether lengths and sub-identifiers are equal.
+     * @blocking no    @locks nothing    @context any thread
+     */
     bool operator==(SuOID const &other) const;
 
     /**
@@ -173,7 +206,10 @@ public:
      */
     int getStr(char *dst) const;
 
-    /** Returns the bytes that getStr() writes, zero included; 0 for an empty identifier, for which it writes one. */
+    /**
+     * Returns the bytes that getStr() writes, zero included; 0 for an empty identifier, for which it writes one.
+     * @blocking no    @locks nothing    @context any thread
+     */
     int getStrLen() const;
 
     /**
@@ -227,7 +263,10 @@ public:
      */
     SuBITS(SuBITS const &other);
 
-    /** Copies the octets in use into the room there is, which grows when it is too small. */
+    /**
+     * Copies the octets in use into the room there is, which grows when it is too small.
+     * @blocking no    @locks nothing    @context any thread
+     */
     SuBITS &operator=(SuBITS const &other) = default;
 
     /**
@@ -292,13 +331,22 @@ public:
 class SuDateAndTime : public SuOctetString
 {
 public:
-    /** Makes a value without octets, for init(). */
+    /**
+     * Makes a value without octets, for init().
+     * @blocking no    @locks nothing    @context any thread
+     */
     SuDateAndTime() : SuOctetString(0) {}
 
-    /** Copies the octets in use; the room is their number. */
+    /**
+     * Copies the octets in use; the room is their number.
+     * @blocking no    @locks nothing    @context any thread
+     */
     SuDateAndTime(SuDateAndTime const &other) = default;
 
-    /** Takes the other's form as well: a value of 11 octets that is given one of 8 has 8. */
+    /**
+     * Takes the other's form as well: a value of 11 octets that is given one of 8 has 8.
+     * @blocking no    @locks nothing    @context any thread
+     */
     SuDateAndTime &operator=(SuDateAndTime const &other)
     {
         SuDateAndTime copy(other);
