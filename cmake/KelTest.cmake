@@ -7,11 +7,15 @@ set(KEL_TEST_ENVIRONMENT
     "TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/tsan.supp:halt_on_error=1:second_deadlock_stack=1"
     "UBSAN_OPTIONS=print_stacktrace=1")
 
+# Test programs are optimised for a quick build; what they test keeps its own flags.
+set(KEL_QUICK_BUILD $<$<NOT:$<CONFIG:Debug>>:-O1> -g1)
+
 function(kel_add_test name)
     cmake_parse_arguments(arg "" "" "LIBRARIES;SOURCES" ${ARGN})
     list(TRANSFORM arg_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/src/)
     add_executable(${name} ${name}.cpp ${arg_SOURCES})
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests ${PROJECT_SOURCE_DIR}/src)
+    target_compile_options(${name} PRIVATE ${KEL_QUICK_BUILD})
     target_link_libraries(${name} PRIVATE kel_flags kel_utils kel_platform_link ${arg_LIBRARIES} GTest::gmock
         GTest::gtest_main)
     add_test(NAME ${name} COMMAND ${name})

@@ -5,7 +5,7 @@ import pathlib
 import subprocess
 import sys
 
-C_HEADERS = {"vxw_shim.h", "queues.h", "sysport.h", "kel_platform.h"}
+C_HEADERS = {"vxw_shim.h", "queues.h", "sysport.h", "ipaddr.h", "kel_platform.h"}
 C_STANDARDS = ["c99", "c11", "gnu17", "c2x"]
 CXX_STANDARDS = ["c++11", "c++14", "c++17", "c++20", "c++2b"]
 WARNINGS = ["-Wall", "-Wextra", "-Wpedantic", "-Wconversion", "-Wshadow", "-Werror", "-fsyntax-only"]
