@@ -25,7 +25,7 @@ void exchange(const CIpHostname &host)
     }
     require(value.intact() && len >= 0 && len < 256, "an export stays within its room");
     CIpHostname back = host;
-    require(back.setInetAddress(type, value.data(), len) == 0 || type == 4, "what was exported is taken back");
+    require(back.setInetAddress(type, value.data(), len) == 0, "what was exported is taken back");
     require(model::brokenInvariant(back) == nullptr, "a host that was imported is whole");
     if (type == 16)
         require(memcmp(back.name, value.data(), static_cast<size_t>(len)) == 0, "the name comes back");
