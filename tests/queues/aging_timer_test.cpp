@@ -237,7 +237,7 @@ TEST(AgingTimer, ExternalFlagIsGivenAfterTheGivesOfItsBatch)
     send(0, 0);
     send(1, 0);
     SBaseQ::unLock();
-    EXPECT_EQ(0, semTake(external, WAIT_FOREVER)); // by the timer task
+    EXPECT_EQ(0, semTake(external, static_cast<unsigned int>(WAIT_FOREVER))); // by the timer task
     waitUntilIdle(queue);
     std::vector<SEM_ID> expected{queue.cflag, queue.cflag, external};
     EXPECT_EQ(expected, givenOf(both));
@@ -270,10 +270,10 @@ TEST(AgingTimer, GivesGoOutWithoutTheLock)
     EXPECT_EQ(1, watchedGives);
     queue.age_start(1);
     queue.age_stop(1); // or the timer task, if it was quicker
-    EXPECT_EQ(0, semTake(queue.cflag, WAIT_FOREVER));
-    EXPECT_EQ(0, semTake(queue.cflag, WAIT_FOREVER));
+    EXPECT_EQ(0, semTake(queue.cflag, static_cast<unsigned int>(WAIT_FOREVER)));
+    EXPECT_EQ(0, semTake(queue.cflag, static_cast<unsigned int>(WAIT_FOREVER)));
     queue.age_start(1);
-    EXPECT_EQ(0, semTake(queue.cflag, WAIT_FOREVER)); // by the timer task
+    EXPECT_EQ(0, semTake(queue.cflag, static_cast<unsigned int>(WAIT_FOREVER))); // by the timer task
     EXPECT_EQ(3, watchedGives);
     waitUntilIdle(queue);
     watch(SBaseQ::timerSig);
@@ -291,7 +291,7 @@ TEST(AgingTimer, DelayWhoseDeadlineIsInThePastIsHeldBackAllTheSame)
     late.age_start(1);
     for (int round = 0; round < 3; ++round) {
         soon.age_start(1);
-        EXPECT_EQ(0, semTake(soon.cflag, WAIT_FOREVER));
+        EXPECT_EQ(0, semTake(soon.cflag, static_cast<unsigned int>(WAIT_FOREVER)));
     }
     EXPECT_EQ(0, givesOf(late.cflag));
     SemLock hold(SBaseQ::lockSem);
