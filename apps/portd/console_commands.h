@@ -1,8 +1,7 @@
 // console_commands.h: the commands of the console.
 //
 // Policy:  a command is looked up in one table, which also makes the help. Whatever the line holds, the answer is a
-// text
-//          or a reason.
+//          text or a reason.
 // Locking: none of its own; runs on the console's thread alone.
 #pragma once
 

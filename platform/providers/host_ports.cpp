@@ -1,8 +1,7 @@
 // host_ports.cpp: links to ports. See host_ports.h for the policy.
 //
-// Invariants: ports_ holds exactly the links that have a port in the inventory; a number is marked exactly while a port
-// of
-//             ports_ has it.
+// Invariants: ports_ holds exactly the links that have a port in the inventory; a number is marked exactly while a
+//             port of ports_ has it.
 // Cost:       an event touches its own port; an event of a bond or its members walks the links.
 #include "host_ports.h"
 

@@ -1,8 +1,7 @@
 // netlink_messages.cpp: link, bridge VLAN and address messages of route netlink.
 //
 // Invariants: attributes are read only through libnl's parser with a policy that states their lengths, so that a
-// message
-//             that lies about them is refused as a whole; nothing is read beyond the datagram.
+//             message that lies about them is refused as a whole; nothing is read beyond the datagram.
 // Cost:       a few stack tables a message; strings are copied.
 #include "netlink_messages.h"
 

@@ -1,12 +1,12 @@
 // netlink_provider.cpp: the route netlink socket, the dumps, and the platform's thread.
 //
 // Policy:     the socket is subscribed before the first dump is asked for, so that no change falls between. The dumps
-// of
-//             links, bridge VLANs and addresses add up to a picture; from then on each message changes it. Messages
-//             that were lost (ENOBUFS) start everything over with a fresh socket and an empty picture: what is left in
-//             the old socket is of no use, as any message behind the loss may contradict the hosts's true state.
+//             of links, bridge VLANs and addresses add up to a picture; from then on each message changes it.
+//             Messages that were lost (ENOBUFS) start everything over with a fresh socket and an empty picture: what
+//             is left in the old socket is of no use, as any message behind the loss may contradict the hosts's true
+//             state.
 // Locking:    none; everything but the stop signal and the count of resynchronisations belongs to the platform's
-// thread.
+//             thread.
 #include "netlink_provider.h"
 
 #include "host_ports.h"

@@ -1,10 +1,9 @@
 // delta_list_links.h: how entries hang together: the arithmetic of deltas, without locks, clocks or callbacks.
 //
 // Locking:    the caller holds dbID. head, tail and an entry's links are also read without it (CDeltaList::add), so
-// they
-//             are written with atomic stores only.
-// Invariants: an entry's expiry, counted from now, is the sum of the deltas from the head to it. Linking and unlinking
-//             change nobody else's expiry. totalTime is the expiry of the tail.
+//             they are written with atomic stores only.
+// Invariants: an entry's expiry, counted from now, is the sum of the deltas from the head to it. Linking and
+//             unlinking change nobody else's expiry. totalTime is the expiry of the tail.
 #pragma once
 
 #include "deltalist.h"

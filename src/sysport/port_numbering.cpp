@@ -1,9 +1,8 @@
 // port_numbering.cpp: converts between the port numberings, and finds interface names.
 //
 // Policy:  the platform's record tells an interface's numbers; the table tells whether it is bound. A number is
-// converted
-//          only when the port instance in its record is bound: its own, or for a DmPortMask the best one (of its trunk,
-//          if it stands for one). Names are given for any interface that the platform knows.
+//          converted only when the port instance in its record is bound: its own, or for a DmPortMask the best one
+//          (of its trunk, if it stands for one). Names are given for any interface that the platform knows.
 // Locking: mSem is held only inside the raw table look-ups, never while calling the platform.
 // Cost:    one platform look-up and one or two table look-ups; nothing allocates.
 #include "sysport.h"

@@ -1,11 +1,10 @@
 // fixed_msg_queue.cpp: a bounded ring of fixed-size slots.
 //
 // Policy:     first in, first out; a message is refused whole or taken whole, a short receive loses the rest.
-// Locking:    one mutex for the ring. Waits end at a deadline on the wall clock. Each send wakes all receivers and each
-//             receive all senders, after the unlock, so that they do not wake into a held lock.
-// Invariants: 0 <= front < max_size_queue; 0 <= num_requests <= max_size_queue; slot i holds a message exactly when it
-// is
-//             one of the num_requests slots from front on, circularly; every other slot has length 0.
+// Locking:    one mutex for the ring. Waits end at a deadline on the wall clock. Each send wakes all receivers and
+//             each receive all senders, after the unlock, so that they do not wake into a held lock.
+// Invariants: 0 <= front < max_size_queue; 0 <= num_requests <= max_size_queue; slot i holds a message exactly when
+//             it is one of the num_requests slots from front on, circularly; every other slot has length 0.
 // Cost:       one copy in, one copy out; nothing allocates after creation.
 #include "vxw_shim/fixed_msg_queue.h"
 
