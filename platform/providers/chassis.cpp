@@ -1,8 +1,7 @@
 // chassis.cpp: builds a simulated chassis and changes it.
 //
-// Invariants: a port that appears joins its trunk and VLANs when those are described for it; a trunk's link is up
-//             exactly while the link of a member is, and its described master stands for it while that one is
-//             present.
+// Invariants: a port that appears joins the trunk and VLANs that are described for it; a trunk's link is up exactly
+//             while that of a member is, and its described master stands for it while that one is present.
 #include "chassis.h"
 
 #include <algorithm>

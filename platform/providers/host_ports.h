@@ -1,6 +1,6 @@
 // host_ports.h: keeps the stand-in's inventory equal to a picture of the host's links.
 //
-// Policy: a bond is a trunk with the lowest free number; loopback is nothing; every other link is a port of slot 1
+// Policy: a bond is a trunk with the lowest free number; loopback is nothing; every other link is a port of slot 1,
 //         with the lowest free number. A link that finds no number free waits for one. A trunk's master is the bond's
 //         active slave, else the member with the lowest port number.
 #pragma once

@@ -1,23 +1,16 @@
-// netlink_provider.cpp: the route netlink socket, the dumps, and the platform's thread.
+// netlink_provider.cpp: the dumps, the changes, and the platform's thread.
 //
-// Policy:     the socket is subscribed before the first dump is asked for, so that no change falls between. The dumps
-//             of links, bridge VLANs and addresses add up to a picture; from then on each message changes it.
-//             Messages that were lost (ENOBUFS) start everything over with a fresh socket and an empty picture: what
-//             is left in the old socket is of no use, as any message behind the loss may contradict the hosts's true
-//             state.
-// Locking:    none; everything but the stop signal and the count of resynchronisations belongs to the platform's
-//             thread.
+// Policy:  the socket is subscribed before the first dump is asked for, so that no change falls between. The dumps of
+//          links, bridge VLANs and addresses add up to a picture; from then on each message changes it. Messages that
+//          were lost start everything over with a fresh socket and an empty picture: what is left in the old socket
+//          is of no use, as any message behind the loss may contradict the host's true state.
+// Locking: none; everything but the stop signal and the count of resynchronisations belongs to the platform's thread.
 #include "netlink_provider.h"
 
 #include "host_ports.h"
-#include "netlink_messages.h"
+#include "netlink_socket.h"
 #include "provider_error.h"
 
-#include <linux/rtnetlink.h>
-#include <netlink/errno.h>
-#include <netlink/msg.h>
-#include <netlink/netlink.h>
-#include <netlink/socket.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
@@ -25,68 +18,13 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <future>
-#include <span>
-#include <system_error>
+#include <optional>
 #include <thread>
-#include <vector>
 
 namespace kel
 {
-namespace
-{
-struct SocketDeleter {
-    void operator()(nl_sock *socket) const
-    {
-        nl_socket_free(socket);
-    }
-};
-using Socket = std::unique_ptr<nl_sock, SocketDeleter>;
-
-struct MessageDeleter {
-    void operator()(nl_msg *message) const
-    {
-        nlmsg_free(message);
-    }
-};
-using Message = std::unique_ptr<nl_msg, MessageDeleter>;
-
-void check(int result, const char *what)
-{
-    if (result < 0)
-        throw ProviderError(std::string("netlink: cannot ") + what + ": " + nl_geterror(result));
-}
-
-Socket openSocket(int receiveBuffer)
-{
-    Socket socket(nl_socket_alloc());
-    if (socket == nullptr)
-        throw ProviderError("netlink: cannot make a socket: no memory");
-    check(nl_connect(socket.get(), NETLINK_ROUTE), "open a route socket");
-    check(nl_socket_set_buffer_size(socket.get(), receiveBuffer, 0), "set the receive buffer");
-    check(nl_socket_set_nonblocking(socket.get()), "make the socket non-blocking");
-    check(nl_socket_add_memberships(socket.get(), RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR, 0),
-          "subscribe to links and addresses");
-    return socket;
-}
-
-// What is asked for after each other.
-enum class Dump { links, bridgeVlans, addresses, none };
-
-Message dumpRequest(Dump dump)
-{
-    const int type = dump == Dump::addresses ? RTM_GETADDR : RTM_GETLINK;
-    Message request(nlmsg_alloc_simple(type, NLM_F_REQUEST | NLM_F_DUMP));
-    ifinfomsg header{}; // a GETADDR header is shorter and begins with the family too
-    header.ifi_family = dump == Dump::bridgeVlans ? AF_BRIDGE : AF_UNSPEC;
-    if (request == nullptr || nlmsg_append(request.get(), &header, sizeof header, NLMSG_ALIGNTO) < 0 ||
-        (dump == Dump::bridgeVlans && nla_put_u32(request.get(), IFLA_EXT_MASK, RTEXT_FILTER_BRVLAN_COMPRESSED) < 0))
-        throw ProviderError("netlink: cannot make a request: no memory");
-    return request;
-}
-} // namespace
 
 class NetlinkProvider::Follower
 {
@@ -134,7 +72,7 @@ private:
         pthread_setname_np(pthread_self(), "kelPlatform");
         try {
             while (waitForBytes())
-                receive();
+                take(socket_->receive());
         } catch (const std::exception &error) {
             fail(error);
         }
@@ -153,25 +91,11 @@ private:
     bool waitForBytes()
     {
         pollfd sources[] = {{.fd = stopSignal_, .events = POLLIN, .revents = 0},
-                            {.fd = nl_socket_get_fd(socket_.get()), .events = POLLIN, .revents = 0}};
+                            {.fd = socket_->descriptor(), .events = POLLIN, .revents = 0}};
         while (poll(sources, std::size(sources), -1) < 0)
             if (errno != EINTR)
                 throw ProviderError(std::string("netlink: cannot wait for messages: ") + std::strerror(errno));
         return sources[0].revents == 0;
-    }
-
-    void receive()
-    {
-        sockaddr_nl sender{};
-        unsigned char *bytes = nullptr;
-        const int length = nl_recv(socket_.get(), &sender, &bytes, nullptr);
-        const std::unique_ptr<unsigned char, decltype(&std::free)> owner(bytes, &std::free);
-        if (length == -NLE_NOMEM) // how libnl spells ENOBUFS
-            resynchronise();
-        else if (length == -NLE_AGAIN || length == 0)
-            return;
-        else if (check(length, "receive"); sender.nl_pid == 0) // the kernel's; other processes may write to us as well
-            take(parseNetlink(std::as_bytes(std::span(bytes, static_cast<std::size_t>(length))), sequence_));
     }
 
     void take(const NetlinkBatch &batch)
@@ -182,7 +106,7 @@ private:
         }
         for (const HostEvent &event : batch.events) {
             picture_.take(event);
-            if (dump_ == Dump::none)
+            if (!dump_)
                 ports_.follow(picture_, linkOf(event));
         }
         interrupted_ = interrupted_ || batch.dumpInterrupted;
@@ -198,7 +122,7 @@ private:
 
     void startOver()
     {
-        socket_ = openSocket(options_.receiveBuffer);
+        socket_.emplace(options_.receiveBuffer);
         picture_ = {};
         request(Dump::links);
     }
@@ -211,11 +135,9 @@ private:
 
     void request(Dump dump)
     {
-        const Message message = dumpRequest(dump);
         dump_ = dump;
         interrupted_ = false;
-        check(nl_send_auto(socket_.get(), message.get()), "ask the kernel");
-        sequence_ = nlmsg_hdr(message.get())->nlmsg_seq;
+        socket_->ask(dump);
     }
 
     // A dump during which links came or went may lack others; nothing in the picture is wrong, so it is asked for
@@ -223,7 +145,7 @@ private:
     void endDump()
     {
         if (interrupted_)
-            request(dump_);
+            request(*dump_);
         else
             nextDump();
     }
@@ -240,7 +162,7 @@ private:
 
     void showPicture()
     {
-        dump_ = Dump::none;
+        dump_.reset();
         ports_.followAll(picture_);
         if (!pictureShown_)
             firstPicture_.set_value();
@@ -249,10 +171,9 @@ private:
 
     const Options &options_;
     int stopSignal_ = eventfd(0, EFD_CLOEXEC);
-    Socket socket_;
-    std::uint32_t sequence_ = 0; // of the dump under way
-    Dump dump_ = Dump::none;
-    bool interrupted_ = false;
+    std::optional<NetlinkSocket> socket_;
+    std::optional<Dump> dump_; // the one under way; none: the picture is complete
+    bool interrupted_ = false; // the dump under way
     HostPicture picture_;
     HostPorts ports_;
     bool pictureShown_ = false;

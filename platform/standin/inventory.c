@@ -4,8 +4,8 @@
  * Invariants: `entries` is sorted by port instance and only grows; an entry that is not absent is on the chains of its
  *             ifIndex and of its slot and port, once each; its ifIndex, slot and port stay the same until it is absent.
  *             A published record is never written again, so that readers need no lock: they got the pointer under it.
- * Cost:       a look-up by port instance is a binary search, the others a hash and a short chain; adding a port
- * instance for the first time moves the entries above it; nothing else allocates or moves.
+ * Cost:       a look-up by port instance is a binary search, the others a hash and a short chain; a port instance that
+ *             is added for the first time moves the entries above it; nothing else allocates or moves.
  */
 #include "inventory.h"
 

@@ -120,10 +120,10 @@ int kelStandinAddTrunk(unsigned number, const char *name, uint32_t ifIndex, cons
 int kelStandinAddRecord(const pif_ *record, const char *name);
 
 /**
- * Removes a slot port or a trunk. The listener hears of it first, while the port can still be looked up; then it is
- * gone from its trunk, all VLANs and the inventory. The members of a removed trunk stay as single ports.
+ * Removes a slot port or a trunk. It leaves its trunk (a trunk's members become single ports), then the listener hears
+ * of it while the port can still be looked up, then it is gone from all VLANs and the inventory.
  *
- * @return 0, ENOENT, EBUSY
+ * @return 0, ENOENT, EBUSY, ENOMEM (for the record of the trunk's next master)
  * @locks inventory    @context any thread; calls the listener
  */
 int kelStandinRemovePort(portInstance_t instance);
@@ -198,8 +198,7 @@ size_t kelStandinSnapshot(kelStandinPort *ports, size_t max);
  * Empties everything, for tests: ports (the listener hears nothing), listener, faults, call counts, sessions (closed),
  * trace lines. Records and trace buffers that were handed out stay valid.
  *
- * @locks each in turn    @context a thread that is not in a listener or a hook, while no other one changes the
- * inventory
+ * @locks each in turn    @context outside listeners and hooks, while no other thread changes the inventory
  */
 void kelStandinReset(void);
 

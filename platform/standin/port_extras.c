@@ -1,7 +1,8 @@
 /* port_extras.c: the VLANs and IP addresses of ports, for consoles that show them; no switch service asks for them.
  *
- * Locking: everything is under inventoryLock. A port's block is made with its first VLAN or address and kept with its
- * entry. Cost: a VLAN's members are found by a walk over all ports.
+ * Locking: everything is under inventoryLock.
+ * Cost:    a port's block is made with its first VLAN or address and kept with its entry; a VLAN's members are found by
+ *          a walk over all ports.
  */
 #include "inventory.h"
 

@@ -1,10 +1,10 @@
 /* trace_ring.c: bounded trace buffers of time-stamped lines; a new line drops the oldest ones.
  *
  * Locking:    a buffer's lock is held to copy one line in or out, never for more: a writer waits for a few hundred
- * bytes at most, however long a reader takes. registryLock guards the list of buffers, which only grows. Invariants:
- * `tail` and `head` count the bytes since the start, so that a reader knows when its place was dropped; whole lines
- * stand between them, each a line_header and its text; head - tail never exceeds the size. Cost:       one formatting
- * on the stack and two copies a line; nothing allocates after the opening.
+ *             bytes at most, however long a reader takes. registryLock guards the list of buffers, which only grows.
+ * Invariants: `tail` and `head` count the bytes since the start, so that a reader knows when its place was dropped;
+ *             whole lines stand between them, each a line_header and its text; head - tail never exceeds the size.
+ * Cost:       one formatting on the stack and two copies a line; nothing allocates after the opening.
  */
 #include "trace_ring.h"
 #include "fault.h"
