@@ -54,14 +54,12 @@ int leaveTrunkOf(struct port_entry *member)
 
 int releaseMembers(portInstance_t trunk)
 {
-    for (struct port_entry *entry = entryFrom(0); entry != NULL; entry = entryAfter(entry)) {
-        if (entry->current->record.trunkPortInstance != trunk)
-            continue;
-        struct record_version *single = versionInTrunk(entry, 0);
-        if (single == NULL)
+    for (struct port_entry *entry = entryFrom(0); entry != NULL; entry = entryAfter(entry))
+        if (entry->current->record.trunkPortInstance == trunk && versionInTrunk(entry, 0) == NULL)
             return ENOMEM;
-        entry->current = single;
-    }
+    for (struct port_entry *entry = entryFrom(0); entry != NULL; entry = entryAfter(entry))
+        if (entry->current->record.trunkPortInstance == trunk)
+            entry->current = versionInTrunk(entry, 0); /* found again */
     return 0;
 }
 

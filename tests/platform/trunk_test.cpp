@@ -1,6 +1,8 @@
 // Who is in which trunk, who stands for it, and the records that say so.
 #include "standin_fixture.h"
 
+#include "harness/fail_allocation.h"
+
 #include <gmock/gmock.h>
 
 #include <cerrno>
@@ -16,6 +18,13 @@ const portInstance_t trunk1 = kelStandinTrunkInstance(1);
 const portInstance_t trunk2 = kelStandinTrunkInstance(2);
 
 using Trunk = EmptyStandin;
+
+// An ifIndex that no record had before, so that records with it are allocated and not found again.
+uint32_t freshIfIndex()
+{
+    static uint32_t last = 500000;
+    return ++last;
+}
 } // namespace
 
 TEST_F(Trunk, TrunkHasNumbersOfItsOwn)
@@ -82,6 +91,76 @@ TEST_F(Trunk, MembersOfARemovedTrunkAreSinglePorts)
     kelStandinAddTrunk(1, "po1", 0, "");
     EXPECT_EQ(0u, portOf(trunk1).master);
     EXPECT_THAT(membersOf(trunk1), IsEmpty());
+}
+
+// Records that came with their trunk have none to go back to: each member's next one is allocated by the removal.
+TEST_F(Trunk, RemovalThatRunsOutOfMemoryReleasesNoMember)
+{
+    kelStandinAddTrunk(1, "po1", 0, "");
+    for (const uint16_t port : {uint16_t{1}, uint16_t{2}}) {
+        const pif_ member{.portInstance = kelStandinPortInstance(1, port),
+                          .ifIndex = freshIfIndex(),
+                          .trunkPortInstance = trunk1,
+                          .masterPortInstance = 0,
+                          .slot = 1,
+                          .port = port};
+        ASSERT_EQ(0, kelStandinAddRecord(&member, ""));
+    }
+    Heard heard;
+    {
+        FailAllocation failing(2);
+        const int result = kelStandinRemovePort(trunk1);
+        ASSERT_TRUE(failing.happened());
+        EXPECT_EQ(ENOMEM, result);
+    }
+    EXPECT_THAT(membersOf(trunk1), ElementsAre(port11, port12));
+    EXPECT_THAT(heard.take(), IsEmpty());
+    EXPECT_EQ(0, kelStandinRemovePort(trunk1));
+    EXPECT_THAT(membersOf(trunk1), IsEmpty());
+    EXPECT_THAT(heard.take(), ElementsAre("-256/1"));
+}
+
+TEST_F(Trunk, RemovalOfTheMasterThatRunsOutOfMemoryChangesNothing)
+{
+    kelStandinAddTrunk(1, "po1", freshIfIndex(), "");
+    for (const unsigned port : {1u, 2u}) {
+        kelStandinAddPort(1, port, "", 0, "");
+        kelStandinJoinTrunk(trunk1, kelStandinPortInstance(1, port));
+    }
+    {
+        FailAllocation failing(1);
+        const int result = kelStandinRemovePort(port11);
+        ASSERT_TRUE(failing.happened());
+        EXPECT_EQ(ENOMEM, result);
+    }
+    EXPECT_EQ(port11, portOf(trunk1).master);
+    EXPECT_THAT(membersOf(trunk1), ElementsAre(port11, port12));
+    EXPECT_EQ(0, kelStandinRemovePort(port11));
+    EXPECT_EQ(port12, portOf(trunk1).master);
+}
+
+// The listener hears of a member when it stands for nothing any more, but can still be looked up.
+TEST_F(Trunk, MemberHasLeftItsTrunkWhenTheListenerHearsThatItDisappears)
+{
+    kelStandinAddTrunk(1, "po1", 0, "");
+    for (const unsigned port : {1u, 2u}) {
+        kelStandinAddPort(1, port, "", 0, "");
+        kelStandinJoinTrunk(trunk1, kelStandinPortInstance(1, port));
+    }
+    struct Seen {
+        portInstance_t trunk;
+        portInstance_t master;
+    } seen{1, 1};
+    const kelStandinListener listener{nullptr,
+                                      [](void *user, portInstance_t instance) {
+                                          *static_cast<Seen *>(user) = {portOf(instance).trunk, portOf(trunk1).master};
+                                      },
+                                      nullptr, &seen};
+    kelStandinSetListener(&listener);
+    EXPECT_EQ(0, kelStandinRemovePort(port11));
+    kelStandinSetListener(nullptr);
+    EXPECT_EQ(0u, seen.trunk);
+    EXPECT_EQ(port12, seen.master);
 }
 
 TEST_F(Trunk, WrongPartnersAreRefused)
