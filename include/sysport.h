@@ -42,7 +42,10 @@ extern "C" {
  */
 void kelSysPortUtilInit(void);
 
-/** The same as kelSysPortUtilInit(), under the name that start-up tables list. */
+/**
+ * The same as kelSysPortUtilInit(), under the name that start-up tables list.
+ * @blocking for the map's lock    @locks mSem    @context any thread, one at a time
+ */
 void kelSysPortUtilInitWrapper(void);
 
 /**
@@ -68,7 +71,10 @@ int kelSysPortUtilAddPifCB(uint32_t portInstance);
  */
 int kelSysPortUtilDelPifCB(uint32_t portInstance);
 
-/** Prints the verbose self-checking dump on standard output: kelSysPortUtil::DumpDebugInfo(true, 0). */
+/**
+ * Prints the verbose self-checking dump on standard output: kelSysPortUtil::DumpDebugInfo(true, 0).
+ * @blocking for the map's lock and as the output does    @locks mSem, as DumpDebugInfo()    @context any thread
+ */
 void kelSysPortUtilDumpDebugInfo(void);
 
 #ifdef __cplusplus
@@ -114,10 +120,17 @@ public:
     CBitMask *usedSystemPort; /**< bit s: system port s is bound; owned, set once; bits written under mSem, also read
                                  without it */
 
-    /** Makes an empty table and opens the map's trace buffer. kelSysPortUtilInit() is its caller. @locks nothing */
+    /**
+     * Makes an empty table and opens the map's trace buffer. kelSysPortUtilInit() is its caller.
+     * @blocking no    @locks nothing    @context any thread
+     */
     kelSysPortUtil();
 
-    /** Clears localPtr, whichever table it names, and frees the bits. mSem stays. @locks mSem */
+    /**
+     * Clears localPtr, whichever table it names, and frees the bits. mSem stays.
+     * @blocking for the map's lock    @locks mSem    @context any thread, while no other one is in a method of the
+     * table
+     */
     ~kelSysPortUtil();
 
     kelSysPortUtil(const kelSysPortUtil &) = delete;
@@ -142,68 +155,159 @@ public:
      */
     uint32_t delPortInst(uint32_t portInst);
 
-    /** Returns the port instance of a system port; 0 when it is free or above 32767. @locks mSem */
+    /**
+     * Returns the port instance of a system port; 0 when it is free or above 32767.
+     * @blocking for the map's lock    @locks mSem    @context any thread
+     */
     uint32_t systemPort2PortInst(uint32_t systemPort);
 
-    /** Returns the system port of a port instance; 0 when it is not bound. @locks mSem */
+    /**
+     * Returns the system port of a port instance; 0 when it is not bound.
+     * @blocking for the map's lock    @locks mSem    @context any thread
+     */
     uint32_t portInst2SystemPort(uint32_t portInst);
 
-    /** Returns the system port itself when it is bound, else 0. @locks nothing */
+    /**
+     * Returns the system port itself when it is bound, else 0.
+     * @blocking no    @locks nothing    @context any thread
+     */
     uint32_t getSystemPort(uint32_t systemPort);
-    /** Returns the port instance itself when it is bound, else 0. @locks mSem */
+
+    /**
+     * Returns the port instance itself when it is bound, else 0.
+     * @blocking for the map's lock    @locks mSem    @context any thread
+     */
     uint32_t getPortInstance_t(uint32_t portInst);
-    /** Returns the ifIndex itself when its interface exists and is bound, else 0. @locks mSem */
+
+    /**
+     * Returns the ifIndex itself when its interface exists and is bound, else 0.
+     * @blocking for the map's lock    @locks mSem    @context any thread
+     */
     uint32_t getIfIndex(uint32_t ifIndex);
-    /** Returns the bridge port itself when the platform's look-up returns exactly 1 and the interface is bound, else 0.
-     * @locks mSem */
+
+    /**
+     * Returns the bridge port itself when the platform's look-up returns exactly 1 and the interface is bound, else 0.
+     * @blocking for the map's lock    @locks mSem    @context any thread
+     */
     uint32_t getBridgePort(uint32_t bridgePort);
 
-    /** Converts a bound port instance; 0 when there is none. @locks mSem */
+    /**
+     * Converts a bound port instance; 0 when there is none.
+     * @blocking for the map's lock    @locks mSem    @context any thread
+     */
     uint32_t getIfIndexFromPortInst(uint32_t portInst);
-    /** Converts a bound port instance; 0 when there is none or its record has slot 0. @locks mSem */
+
+    /**
+     * Converts a bound port instance; 0 when there is none or its record has slot 0.
+     * @blocking for the map's lock    @locks mSem    @context any thread
+     */
     uint32_t getBridgePortFromPortInst(uint32_t portInst);
-    /** Converts a system port; 0 when there is none. @locks mSem */
+
+    /**
+     * Converts a system port; 0 when there is none.
+     * @blocking for the map's lock    @locks mSem    @context any thread
+     */
     uint32_t getIfIndexFromSystemPort(uint32_t systemPort);
-    /** Converts a system port; 0 when there is none or its record has slot 0. @locks mSem */
+
+    /**
+     * Converts a system port; 0 when there is none or its record has slot 0.
+     * @blocking for the map's lock    @locks mSem    @context any thread
+     */
     uint32_t getBridgePortFromSystemPort(uint32_t systemPort);
-    /** Converts an ifIndex whose own port instance is bound; 0 when there is none. @locks mSem */
+
+    /**
+     * Converts an ifIndex whose own port instance is bound; 0 when there is none.
+     * @blocking for the map's lock    @locks mSem    @context any thread
+     */
     uint32_t getSystemPortFromIfIndex(uint32_t ifIndex);
-    /** Converts a bridge port whose own port instance is bound; 0 when there is none. @locks mSem */
+
+    /**
+     * Converts a bridge port whose own port instance is bound; 0 when there is none.
+     * @blocking for the map's lock    @locks mSem    @context any thread
+     */
     uint32_t getSystemPortFromBridgePort(uint32_t bridgePort);
-    /** Converts a bridge port whose own port instance is bound; 0 when there is none. @locks mSem */
+
+    /**
+     * Converts a bridge port whose own port instance is bound; 0 when there is none.
+     * @blocking for the map's lock    @locks mSem    @context any thread
+     */
     uint32_t getIfIndexFromBridgePort(uint32_t bridgePort);
-    /** Converts an ifIndex whose own port instance is bound; 0 when there is none or it has slot 0. @locks mSem */
+
+    /**
+     * Converts an ifIndex whose own port instance is bound; 0 when there is none or it has slot 0.
+     * @blocking for the map's lock    @locks mSem    @context any thread
+     */
     uint32_t getBridgePortFromIfIndex(uint32_t ifIndex);
 
-    /** Returns the master port instance of a bound trunk, and any other bound port instance itself; 0 when it is not
-     * bound. A trunk whose record the platform does not give (with exactly 1) stands for itself. @locks mSem */
+    /**
+     * Returns the master port instance of a bound trunk, and any other bound port instance itself; 0 when it is not
+     * bound. A trunk whose record the platform does not give (with exactly 1) stands for itself.
+     * @blocking for the map's lock    @locks mSem    @context any thread
+     */
     uint32_t getMasterPortInstance_t(uint32_t portInst);
 
-    /** Converts a DmPortMask whose best port instance is bound; 0 when there is none. @locks mSem */
+    /**
+     * Converts a DmPortMask whose best port instance is bound; 0 when there is none.
+     * @blocking for the map's lock    @locks mSem    @context any thread
+     */
     uint32_t getIfIndexFromDmPortMask(uint32_t dmPortMask);
-    /** Converts a DmPortMask whose best port instance is bound; 0 when there is none. Slot 0 is not refused here: it
-     * gives port + 0xFFFFFF80. @locks mSem */
+
+    /**
+     * Converts a DmPortMask whose best port instance is bound; 0 when there is none. Slot 0 is not refused here: it
+     * gives port + 0xFFFFFF80.
+     * @blocking for the map's lock    @locks mSem    @context any thread
+     */
     uint32_t getBridgePortFromDmPortMask(uint32_t dmPortMask);
-    /** Converts a DmPortMask whose best port instance is bound; 0 when there is none. @locks mSem */
+
+    /**
+     * Converts a DmPortMask whose best port instance is bound; 0 when there is none.
+     * @blocking for the map's lock    @locks mSem    @context any thread
+     */
     uint32_t getSystemPortFromDmPortMask(uint32_t dmPortMask);
-    /** Converts a system port; 0 when the platform does not know its port instance. A free system port asks the
-     * platform for port instance 0. @locks mSem */
+
+    /**
+     * Converts a system port; 0 when the platform does not know its port instance. A free system port asks the platform
+     * for port instance 0.
+     * @blocking for the map's lock    @locks mSem    @context any thread
+     */
     uint32_t getDmPortMaskFromSystemPort(uint32_t systemPort);
-    /** Converts a bridge port; 0 when there is none. @locks mSem */
+
+    /**
+     * Converts a bridge port; 0 when there is none.
+     * @blocking for the map's lock    @locks mSem    @context any thread
+     */
     uint32_t getDmPortMaskFromBridgePort(uint32_t bridgePort);
-    /** Converts an ifIndex; 0 when there is none. @locks mSem */
+
+    /**
+     * Converts an ifIndex; 0 when there is none.
+     * @blocking for the map's lock    @locks mSem    @context any thread
+     */
     uint32_t getDmPortMaskFromIfIndex(uint32_t ifIndex);
 
-    /** Returns the next bound system port above @p systemPort; 0 at the end. @locks nothing */
+    /**
+     * Returns the next bound system port above @p systemPort; 0 at the end. 0xFFFFFFFF starts over.
+     * @blocking no    @locks nothing    @context any thread
+     */
     uint32_t getNextSystemPort(uint32_t systemPort);
-    /** Returns the next bound slot port behind @p portInst in the platform's order; 0 at the end. @locks mSem */
+
+    /**
+     * Returns the next bound slot port behind @p portInst in the platform's order; 0 at the end.
+     * @blocking for the map's lock    @locks mSem    @context any thread
+     */
     uint32_t getNextPortInstance_t(uint32_t portInst);
-    /** Returns the ifIndex of the next slot port in the platform's order that has an ifIndex above @p ifIndex and whose
+
+    /**
+     * Returns the ifIndex of the next slot port in the platform's order that has an ifIndex above @p ifIndex and whose
      * best port instance is bound; 0 at the end. The walk starts at slot ifIndex / 1000, port ifIndex % 1000.
-     * @locks mSem */
+     * @blocking for the map's lock    @locks mSem    @context any thread
+     */
     uint32_t getNextIfIndex(uint32_t ifIndex);
-    /** Returns the bridge port of the next slot port in the platform's order that has one above @p bridgePort and whose
-     * best port instance is bound; 0 at the end. @locks mSem */
+
+    /**
+     * Returns the bridge port of the next slot port in the platform's order that has one above @p bridgePort and whose
+     * best port instance is bound; 0 at the end.
+     * @blocking for the map's lock    @locks mSem    @context any thread
+     */
     uint32_t getNextBridgePort(uint32_t bridgePort);
 
     /**
@@ -216,13 +320,24 @@ public:
      * @blocking no    @locks nothing    @context any thread
      */
     char *getIfNameFromIfIndex(uint32_t ifIndex, char *buf, unsigned long len);
-    /** The same by bridge port; bridge port 0 gives null. */
+
+    /**
+     * The same by bridge port; bridge port 0 gives null.
+     * @blocking no    @locks nothing    @context any thread
+     */
     char *getIfNameFromBridgePort(uint32_t bridgePort, char *buf, unsigned long len);
-    /** The same by system port. A free system port asks the platform for port instance 0. @locks mSem */
+
+    /**
+     * The same by system port. A free system port asks the platform for port instance 0.
+     * @blocking for the map's lock    @locks mSem    @context any thread
+     */
     char *getIfNameFromSystemPort(uint32_t systemPort, char *buf, unsigned long len);
 
-    /** Returns the port instance that represents a physical interface: its trunk's for the member that the platform
-     * names as the trunk's master (with exactly 1), 0 for any other member and for a null record, else its own. */
+    /**
+     * Returns the port instance that represents a physical interface: its trunk's for the member that the platform
+     * names as the trunk's master (with exactly 1), 0 for any other member and for a null record, else its own.
+     * @blocking no    @locks nothing    @context any thread
+     */
     uint32_t getBestPortInstanceForPif(pif_ *pif) const;
 
     /**
@@ -237,9 +352,17 @@ public:
      * @blocking for the map's lock    @locks mSem; nothing guards the list    @context any thread, one at a time a list
      */
     uint32_t getPortListFromSystemPort(portlist_t *list, uint32_t systemPort);
-    /** The same by bridge port; 0 also when no bound port has it. */
+
+    /**
+     * The same by bridge port; 0 also when no bound port has it.
+     * @blocking for the map's lock    @locks mSem; nothing guards the list    @context any thread, one at a time a list
+     */
     uint32_t getPortListFromBridgePort(portlist_t *list, uint32_t bridgePort);
-    /** The same by ifIndex; 0 also when no bound port has it. */
+
+    /**
+     * The same by ifIndex; 0 also when no bound port has it.
+     * @blocking for the map's lock    @locks mSem; nothing guards the list    @context any thread, one at a time a list
+     */
     uint32_t getPortListFromIfIndex(portlist_t *list, uint32_t ifIndex);
 
     /**
