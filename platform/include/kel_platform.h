@@ -43,31 +43,35 @@ typedef struct portlist_t {
     uint32_t words[4 * 64];  /**< 4 words (128 ports) a reserved slot */
 } portlist_t;
 
-/** Finds an interface by port instance. Called by the port callbacks, the conversions and the dump.
+/** Finds an interface by port instance. Called by the port callbacks (on the platform's thread), the conversions, the
+ * name calls, the port-list calls and the dump; 0 may be asked.
  * @param instance  a port instance
  * @param record    out: the interface's record, or null
  * @return non-zero when found; 0 counts as "no such port" */
 int vlanLibGetLifByPortInstance(portInstance_t instance, pif_ **record);
 
-/** Finds an interface by ifIndex; null when there is none. Called by the conversions and the dump; 0 may be asked. */
+/** Finds an interface by ifIndex; null when there is none. Called by the conversions, the name calls and the dump;
+ * 0 may be asked. */
 pif_ *vlanLibGetLifFromIfIndex(uint32_t ifIndex);
 
-/** Finds an interface by slot and port.
+/** Finds an interface by slot and port. Called by the conversions, the name calls and the dump.
  * @param slot,port  1 and up; slot 1 with port 0 may be asked
  * @param record     out: the interface's record, or null
  * @return 1 when found; one caller takes nothing but exactly 1 for success */
 int vlanLibGetLifBySlotPort(uint32_t slot, uint32_t port, pif_ **record);
 
-/** Finds a physical interface by port instance or DmPortMask; results as vlanLibGetLifByPortInstance(). */
+/** Finds a physical interface by port instance or DmPortMask; results as vlanLibGetLifByPortInstance(). Called by the
+ * conversions from a DmPortMask. */
 int vlanLibGetPifByPortInstance(portInstance_t instanceOrMask, pif_ **record);
 
-/** Walks the interfaces of one type in the order of their port instances.
+/** Walks the interfaces of one type in the order of their port instances. Called by the get-next calls and the dump.
  * @param key   a port instance, which need not exist; 0 starts
  * @param type  top byte of the instances wanted; the library asks for 0
  * @return the first record behind @p key, or null at the end */
 pif_ *vlanLibGetNextPifByType(portInstance_t key, int type);
 
-/** Writes an interface's name, zero-terminated, into @p buf of @p len bytes (at least 1).
+/** Writes an interface's name, zero-terminated, into @p buf of @p len bytes (at least 1). Called by the name calls, the
+ * add callback and the dump.
  * @return @p buf; an empty text when the name is unknown. Null counts as empty. */
 char *vlanGetNameForPif(const pif_ *record, char *buf, size_t len);
 
@@ -75,27 +79,33 @@ char *vlanGetNameForPif(const pif_ *record, char *buf, size_t len);
  * @return exactly 1 on success; anything else counts as failure */
 int getPifByPortInstance(portInstance_t trunk, pif_ **record);
 
-/** Returns exactly 1 when this trunk member stands for its trunk. */
+/** Returns exactly 1 when this trunk member stands for its trunk; anything else counts as no. Called for records
+ * with a trunkPortInstance, by getBestPortInstanceForPif(), the conversions from a DmPortMask, the get-next calls and
+ * the dump. */
 int isPortMasterOfTrunk(const pif_ *record);
 
-/** Walks the ports of a list in the order of their port instances.
+/** Walks the ports of a list in the order of their port instances. Called by getSystemPortsFromPortList().
  * @param previous  the port instance found last; 0xFFFFFFFF starts
  * @return the next port instance; 0xFFFFFFFF at the end */
 portInstance_t PORTLIST_GETNEXTPORT(portlist_t *list, portInstance_t previous);
 
-/** Reserves a slot's four words in a list; the caller stores the result as the slot's offset.
+/** Reserves a slot's four words in a list; the caller stores the result as the slot's offset. Called by the calls that
+ * add to a port list, for slots up to 255 that have none.
  * @return the 1-based index of the slot's first word; 0 when there is no room */
 unsigned plRsrvSlotBitOffset(portlist_t *list, unsigned slot, const pif_ *record);
 
-/** Opens a trace buffer that keeps the latest @p size bytes of lines. Called once, by the port map's constructor.
+/** Opens a trace buffer that keeps the latest @p size bytes of lines. Called by the port map's constructor, once a
+ * table.
  * @param flags  0
  * @return a handle for emsTraceLogf(); null is passed on as it is */
 void *emsInitTraceBuffer(const char *name, unsigned size, int flags);
 
-/** Appends one line to a trace buffer (a null buffer takes nothing). Must not block. */
+/** Appends one line to a trace buffer (a null buffer takes nothing). Called by addPortInst() and the port callbacks.
+ * Must not block. */
 void emsTraceLogf(void *buffer, int level, const char *format, ...) __attribute__((format(printf, 3, 4)));
 
-/** Shows a text on a management command-line session. Must not block for long, however slow the session is.
+/** Shows a text on a management command-line session. Called by dbgCliPrint(), so also in the middle of the
+ * port map's dump, and at its end. Must not block for long, however slow the session is.
  * @param cli  the session; never 0
  * @return ignored */
 int cmNotifyCLI(int cli, const char *text);
