@@ -218,7 +218,7 @@ typedef struct kelStandinListener {
  *
  * @param listener  copied
  * @blocking until the earlier listener has returned    @locks listener
- * @context any thread, holding no lock that a listener takes; also inside a listener
+ * @context any thread, holding no lock that a listener takes; also inside a listener, then on one thread at a time
  */
 void kelStandinSetListener(const kelStandinListener *listener);
 
