@@ -178,7 +178,11 @@ int semTake(SEM_ID sem, unsigned int timeout);
  */
 int semDelete(SEM_ID sem);
 
-/** Shows nothing: kept for code that calls it. @p sem and @p level are ignored. */
+/**
+ * Shows nothing: kept for code that calls it. @p sem and @p level are ignored.
+ *
+ * @blocking no    @locks nothing    @context any thread
+ */
 void semShow(SEM_ID sem, int level);
 
 /**
@@ -188,8 +192,8 @@ void semShow(SEM_ID sem, int level);
  *
  * @param name,priority,options  ignored
  * @param stackSize  bytes; three times as much (a signed 32-bit product) is requested, 0 asks for the default. A size
- * that the thread library refuses gives the default stack: on arm64 a product below 128 KiB, everywhere one that is too
- * large or negative.
+ *                   that the thread library refuses gives the default stack: on arm64 a product below 128 KiB,
+ *                   everywhere one that is too large or negative.
  * @param entry      runs in the new thread, with one null argument; its result is ignored
  * @param arg1,arg2,arg3,arg4,arg5,arg6,arg7,arg8,arg9,arg10  ignored
  * @retval 0       started; this is not a task identifier
@@ -208,7 +212,11 @@ int taskSpawn(const char *name, int priority, int options, int stackSize, FUNCPT
  */
 int taskDelay(unsigned int ticks);
 
-/** Returns the ticks in a second: always 100. */
+/**
+ * Returns the ticks in a second: always 100.
+ *
+ * @blocking no    @locks nothing    @context any thread
+ */
 int sysClkRateGet(void);
 
 /**
@@ -358,13 +366,36 @@ ssize_t sendto_wsrc(int socket, const void *buffer, int length, int flags, const
 int dbgCliPrint(char *buf, size_t bufSize, char **cursor, size_t *remaining, int cli, const char *format, ...)
     __attribute__((format(printf, 6, 7)));
 
-/** memset() with a signed @p count of bytes, which must not be negative; returns @p destination. */
+/**
+ * memset() with a signed count.
+ *
+ * @param destination  array of at least @p count bytes
+ * @param value        only its low 8 bits are used
+ * @param count        bytes; must not be negative
+ * @return @p destination
+ * @blocking no    @locks nothing    @context any thread
+ */
 void *fast_memset(void *destination, int value, int count);
-/** Clears @p count bytes, which must not be negative; returns @p destination. */
+
+/**
+ * Clears @p count bytes, which must not be negative. Unlike bzero() it returns @p destination.
+ *
+ * @blocking no    @locks nothing    @context any thread
+ */
 void *fast_bzero(void *destination, int count);
-/** memcpy() with a signed @p count of bytes, which must not be negative; returns @p destination. */
+
+/**
+ * memcpy() with a signed @p count of bytes, which must not be negative; returns @p destination. No overlap.
+ *
+ * @blocking no    @locks nothing    @context any thread
+ */
 void *fast_memcpy(void *destination, const void *source, int count);
-/** memcmp() with a signed @p count of bytes, which must not be negative; returns below, equal to or above 0. */
+
+/**
+ * memcmp() with a signed @p count of bytes, which must not be negative; returns below, equal to or above 0.
+ *
+ * @blocking no    @locks nothing    @context any thread
+ */
 int fast_memcmp(const void *left, const void *right, int count);
 
 #ifdef __cplusplus
@@ -382,7 +413,11 @@ int fast_memcmp(const void *left, const void *right, int count);
  */
 int logEarly(int module, int level, const char *format, ...) __attribute__((format(printf, 3, 4)));
 
-/** Returns the end of physical memory: all ones, because there is no memory map to report. */
+/**
+ * Returns the end of physical memory: all ones, because there is no memory map to report.
+ *
+ * @blocking no    @locks nothing    @context any thread
+ */
 char *sysPhysMemTop();
 
 static_assert(sizeof(packet_info) == 20, "processes linked earlier rely on it");

@@ -2,8 +2,7 @@
 //
 // Replaces malloc, calloc, realloc and the new and delete operators of the whole program, so exactly one source of a
 // test program includes it. Only the thread that holds a FailAllocation is counted and failed; every other allocation
-// goes on to the C library, or under a sanitizer to its allocator, so that leaks on failure paths are still found
-// there.
+// goes on to the C library, or under a sanitizer to its allocator, so that leaks on failure paths are still found.
 #pragma once
 
 #include "harness/instrumented.h"
