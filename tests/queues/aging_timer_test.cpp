@@ -19,8 +19,8 @@
 namespace
 {
 std::mutex seenLock;
-std::vector<SEM_ID> given;   // every semaphore given, in order
-std::atomic<SEM_ID> watched; // gives of this one note when the queues' lock is held meanwhile
+auto &given = *new std::vector<SEM_ID>; // every semaphore given, in order; the timer task outlives the statics
+std::atomic<SEM_ID> watched;            // gives of this one note when the queues' lock is held meanwhile
 std::atomic<int> watchedGives;
 std::atomic<bool> givenUnderTheLock;
 
