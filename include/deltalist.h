@@ -168,8 +168,9 @@ public:
     /**
      * Adds a free entry through its virtual add().
      *
-     * Entries with equal expiry keep the order in which they were added. With time 0 on a list whose tail time is 0
-     * that still holds time, the entry goes last and the list's total time starts over at 0.
+     * Entries with equal expiry keep the order in which they were added. What getDeltaT() returns is added to the time;
+     * a sum above 0xFFFFFFFF counts as 0xFFFFFFFF. With time 0 on a list whose tail time is 0 that still holds time,
+     * the entry goes last and the list's total time starts over at 0, unless getDeltaT() returns something.
      *
      * @param entry  free; one that is null or on a list is refused with the line "Add error(entry):0"
      * @param time   from now until it expires; 0 means the tail time
