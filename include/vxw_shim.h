@@ -361,6 +361,8 @@ ssize_t sendto_wsrc(int socket, const void *buffer, int length, int flags, const
  * @param format     as for printf
  * @return the characters of the text as formatted last; negative on a formatting error, with nothing changed. A text of
  *         @p bufSize characters or more never fits: it is dropped and the cursor stays.
+ *         After the full buffer was sent the text is formatted again. That gives 0 for one that has grown too long
+ *         meanwhile; then, and when only this formatting fails, the buffer counts as empty.
  * @blocking as the output does    @locks nothing    @context any thread, one at a time for a buffer
  */
 int dbgCliPrint(char *buf, size_t bufSize, char **cursor, size_t *remaining, int cli, const char *format, ...)
