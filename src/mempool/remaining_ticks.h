@@ -1,5 +1,4 @@
-// remaining_ticks.h: how long an allocation that was woken for nothing waits on. Pure arithmetic, all of it modulo
-// 2^32.
+// remaining_ticks.h: how long an allocation that was woken for nothing waits on. Pure arithmetic, modulo 2^32.
 #pragma once
 
 #include <stdint.h>
