@@ -70,8 +70,7 @@ public:
      * The entry is free again by then. The call may add, delete and move entries, this one included; on a list that is
      * not astable it may also destroy this entry. On an astable list the entry is added again afterwards, so there the
      * call must neither destroy it nor, unless it tracks its list itself, add it.
-     * @blocking must not    @locks called with dbID held, which is recursive    @context the caller of tic or
-     * setTailTime
+     * @blocking must not    @locks called with dbID held, which is recursive    @context the caller of tic, setTailTime
      */
     virtual void aged();
 

@@ -220,8 +220,8 @@ public:
      * The overflow test of IPv4 compares the stored word, read as a little-endian number, with the sum.
      *
      * @param offset  addresses to go up
-     * @param out     receives family, address and (IPv6) scope id, on overflow those of this address; may be this
-     * object
+     * @param out     receives family, address and (IPv6) scope id, on overflow those of this address; may be
+     *                this object
      * @retval 0  added; also for an unknown family, of which only the family is copied
      * @retval 1  the address is empty
      * @retval 2  overflow

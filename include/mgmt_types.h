@@ -387,8 +387,8 @@ public:
      * The offset is not applied. When daylight saving time is in force at that time, @p seconds is what mktime() makes
      * of the same clock reading in standard time.
      *
-     * @param seconds         receives seconds since the epoch; -1, and a line on standard output, when mktime() gives
-     * -1
+     * @param seconds         receives seconds since the epoch; -1, and a line on standard output, when mktime()
+     *                        gives -1
      * @param hoursFromUtc    receives the hours, negative for the direction '-'; 0 unless 11 octets are allocated
      * @param minutesFromUtc  receives the minutes; 0 unless 11 octets are allocated
      * @blocking no    @locks nothing but the C library's own for the time zone    @context any thread

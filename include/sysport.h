@@ -128,8 +128,7 @@ public:
 
     /**
      * Clears localPtr, whichever table it names, and frees the bits. mSem stays.
-     * @blocking for the map's lock    @locks mSem    @context any thread, while no other one is in a method of the
-     * table
+     * @blocking for the map's lock    @locks mSem    @context any thread, when no other is in a method
      */
     ~kelSysPortUtil();
 
