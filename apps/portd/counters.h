@@ -19,7 +19,10 @@ struct Counters {
     std::atomic<uint64_t> largestBatch = 0;
     std::atomic<uint64_t> portsHeldDown = 0; // times that a flapping port was
     std::atomic<uint64_t> linesPrinted = 0;
-    std::atomic<uint64_t> linesLost = 0; // the output was too slow
+    std::atomic<uint64_t> linesLost = 0;      // the output was too slow
+    std::atomic<uint64_t> statusAnswered = 0; // requests over UDP
+    std::atomic<uint64_t> statusIgnored = 0;  // datagrams that were no request
+    std::atomic<uint64_t> statusFailed = 0;   // answers that could not be sent
 };
 
 struct ConsoleCounters {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <fcntl.h>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <unistd.h>
 
@@ -36,6 +37,9 @@ Daemon::Daemon(const Options &daemonOptions, Feeder &portFeeder)
           consoleCounters),
       started_ticks(tickGet())
 {
+    if (options.statusEndpoint)
+        responder.emplace(
+            *options.statusEndpoint, [this] { return statusLine(); }, counters);
 }
 
 Daemon::~Daemon()
@@ -53,9 +57,29 @@ void Daemon::fail(const std::string &reason)
     events.wake();
 }
 
+std::string Daemon::openAll()
+{
+    std::string reason = console.open();
+    if (reason.empty() && responder)
+        reason = responder->open();
+    return reason;
+}
+
+std::string Daemon::statusLine() const
+{
+    const nlohmann::ordered_json status = {{"name", "kel-portd"},
+                                           {"version", KEL_VERSION},
+                                           {"uptimeSeconds", (tickGet() - started_ticks) / sysClkRateGet()},
+                                           {"portsPresent", board.portsPresent()},
+                                           {"portsUp", board.portsUp()},
+                                           {"linkChanges", counters.linkChanges.load()},
+                                           {"linesLost", counters.linesLost.load()}};
+    return status.dump();
+}
+
 int Daemon::run()
 {
-    if (const std::string reason = console.open(); !reason.empty()) {
+    if (const std::string reason = openAll(); !reason.empty()) {
         fail(reason);
         return failed;
     }
@@ -66,6 +90,8 @@ int Daemon::run()
     PortWatch watch(board, damper, events, counters);
     writer.start(options.quiet ? "" : changeTitleLine());
     console.start();
+    if (responder)
+        responder->start();
     try {
         feeder.start([this](const std::string &reason) { fail(reason); });
     } catch (const std::runtime_error &error) {
@@ -76,6 +102,8 @@ int Daemon::run()
     while (reporter.reportBatch() > 0) // what is still queued
         continue;
     console.stop();
+    if (responder)
+        responder->stop();
     writer.stop();
     return hasFailed ? failed : 0;
 }

@@ -3,6 +3,7 @@
 //   platform's thread   Feeder -> inventory -> PortWatch -> port map's callbacks, PortBoard, FlapDamper, PortEvents
 //   main task           PortEvents -> ChangeReporter -> ChangeWriter
 //   writer's thread     ChangeWriter -> standard output
+//   responder's thread  StatusResponder -> PortBoard, counters (with --udp)
 //   timers' thread      FlapDamper -> PortBoard, PortEvents
 //   console's thread    ConsoleServer -> ConsoleCommands -> port map, inventory, PortBoard
 //   signal thread       stops the main task
@@ -19,6 +20,7 @@
 #include "flap_damper.h"
 #include "options.h"
 #include "port_watch.h"
+#include "status_responder.h"
 
 #include <atomic>
 
@@ -36,6 +38,8 @@ public:
 
 private:
     void mainLoop();
+    std::string openAll(); // returns an empty text, or what cannot be opened
+    std::string statusLine() const;
     void fail(const std::string &reason); // any thread
     uint32_t ticksLeft() const;           // 0: time is over
 
@@ -51,6 +55,7 @@ private:
     ChangeReporter reporter;
     ConsoleCommands commands;
     ConsoleServer console;
+    std::optional<StatusResponder> responder;
     std::atomic<bool> stopping = false;
     std::atomic<bool> hasFailed = false;
     uint32_t started_ticks;

@@ -42,6 +42,12 @@ std::optional<int> parseOptions(int argc, const char *const *argv, Options &opti
         ->check(CLI::Range(1u, 360'000u))
         ->capture_default_str();
     app.add_option("--socket", options.socketPath, "the console's socket")->type_name("PATH")->capture_default_str();
+    std::string udp;
+    app.add_option("--udp", udp, "answer status requests on this UDP port")
+        ->type_name("ADDRESS:PORT")
+        ->check([](const std::string &text) {
+            return parseUdpEndpoint(text) ? "" : "must be like 192.0.2.1:9161 or [2001:db8::1]:9161, is " + text;
+        });
     app.add_flag("--quiet", options.quiet, "print no change lines; the console has everything");
     app.footer("A tick is 10 ms. The console's client is kel-portctl; try: kel-portctl help");
     try {
@@ -49,5 +55,6 @@ std::optional<int> parseOptions(int argc, const char *const *argv, Options &opti
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? 0 : usageError;
     }
+    options.statusEndpoint = parseUdpEndpoint(udp);
     return std::nullopt;
 }

@@ -1,6 +1,8 @@
 // options.h: the command line of kel-portd.
 #pragma once
 
+#include "udp_endpoint.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -15,6 +17,7 @@ struct Options {
     uint32_t flapLimit = 10; // link changes in a window that are still fine; 0: any number
     uint32_t flapWindow_ticks = 1000;
     uint32_t flapHold_ticks = 500;
+    std::optional<UdpEndpoint> statusEndpoint; // without: no status over UDP
 };
 
 // Fills `options`, or returns the status to exit with (help, version, usage errors; the text has been printed).

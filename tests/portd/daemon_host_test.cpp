@@ -1,9 +1,11 @@
 // The built daemon over real interfaces: veth pairs in a network namespace that belongs to this test alone.
 #include "daemon_fixture.h"
+#include "private_network.h"
 
 #include <gmock/gmock.h>
 
-#include <sched.h>
+#include <arpa/inet.h>
+#include <netinet/in.h>
 
 using testing::HasSubstr;
 
@@ -14,19 +16,10 @@ class HostPorts : public DaemonFixture
 protected:
     void SetUp() override
     {
-        if (*KEL_EMULATOR)
-            GTEST_SKIP() << "rtnetlink does not work in an emulated program";
-        // One namespace a test; the earlier one and all in it end with the last process in it.
-        if (unshare(CLONE_NEWNET) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0)
-            GTEST_SKIP() << "network namespaces are not allowed here: " << strerror(errno);
-        if (system("ip link add probe type veth peer name probed && ip link delete probe") != 0)
-            GTEST_SKIP() << "veth pairs are not allowed here";
+        if (const std::string reason = enterPrivateNetwork(); !reason.empty())
+            GTEST_SKIP() << reason;
     }
 
-    static void ip(const std::string &command)
-    {
-        EXPECT_EQ(0, system(("ip " + command).c_str())) << command;
-    }
     // A port and the other end of its cable, which is a port too.
     static void addPair(int number)
     {
@@ -102,6 +95,40 @@ TEST_F(HostPorts, RenameIsNotAnAddAndTheNextChangeHasTheNewName)
     ip("link set end1 up");
     EXPECT_TRUE(daemon->waitForOutput("uplink    link up"));
     EXPECT_EQ(0, stop());
+}
+
+TEST_F(HostPorts, StatusIsAnsweredOverUdp)
+{
+    ip("link set lo up");
+    start({"--udp", "127.0.0.1:9161"});
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(9161);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const int client = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(0, connect(client, reinterpret_cast<const sockaddr *>(&address), sizeof address));
+    ASSERT_TRUE(eventually("show stats", "uptimeSeconds")) << "it is up";
+    ASSERT_EQ(6, send(client, "status", 6, 0));
+    const timeval limit = {60, 0};
+    setsockopt(client, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    char bytes[512];
+    const ssize_t count = recv(client, bytes, sizeof bytes, 0);
+    ASSERT_GT(count, 0);
+    const auto status = nlohmann::json::parse(std::string(bytes, size_t(count)), nullptr, false);
+    EXPECT_EQ("kel-portd", status["name"]);
+    EXPECT_EQ(0, status["portsPresent"]);
+    close(client);
+    EXPECT_TRUE(statReaches("statusAnswered", 1));
+    EXPECT_EQ(0, stop());
+}
+
+TEST_F(HostPorts, StatusAddressThatCannotBeBoundIsSaid)
+{
+    ip("link set lo up"); // a network that has no address at all lets any be bound
+    const Finished finished = run(KEL_PORTD, {"--socket", socket, "--udp", "192.0.2.1:9161"});
+    EXPECT_EQ(1, finished.status);
+    EXPECT_EQ("kel-portd: status responder 192.0.2.1:9161: Cannot assign requested address\n", finished.err);
+    EXPECT_FALSE(std::filesystem::exists(socket));
 }
 
 TEST_F(HostPorts, HundredsOfInterfacesThatComeAndGoLeaveNothing)

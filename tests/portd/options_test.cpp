@@ -33,13 +33,15 @@ TEST(Options, DefaultsWatchThisHostWithoutEnd)
     EXPECT_EQ(8u, options.threshold);
     EXPECT_NE("", options.socketPath);
     EXPECT_FALSE(options.quiet);
+    EXPECT_FALSE(options.statusEndpoint);
 }
 
 TEST(Options, EachIsTaken)
 {
     Options options;
     ASSERT_EQ(-1, parsed({"--topology", "chassis.json", "--for", "2.5", "--max-delay", "0", "--threshold", "32767",
-                          "--socket", "/tmp/s", "--quiet"},
+                          "--socket", "/tmp/s", "--quiet", "--udp", "[::1]:9161", "--flap-limit", "0", "--flap-window",
+                          "1", "--flap-hold", "360000"},
                          options));
     EXPECT_EQ("chassis.json", options.topology);
     EXPECT_EQ(2.5, options.runSeconds);
@@ -47,6 +49,11 @@ TEST(Options, EachIsTaken)
     EXPECT_EQ(32767u, options.threshold);
     EXPECT_EQ("/tmp/s", options.socketPath);
     EXPECT_TRUE(options.quiet);
+    ASSERT_TRUE(options.statusEndpoint);
+    EXPECT_EQ(9161, options.statusEndpoint->port);
+    EXPECT_EQ(0u, options.flapLimit);
+    EXPECT_EQ(1u, options.flapWindow_ticks);
+    EXPECT_EQ(360000u, options.flapHold_ticks);
 }
 
 TEST(Options, HelpAndVersionSucceed)
@@ -55,7 +62,7 @@ TEST(Options, HelpAndVersionSucceed)
     EXPECT_EQ(0, parsed({"--help"}));
     EXPECT_EQ(0, parsed({"--version"}));
     const std::string text = testing::internal::GetCapturedStdout();
-    for (const char *option : {"--topology", "--for", "--max-delay", "--threshold", "--socket", "--quiet"})
+    for (const char *option : {"--topology", "--for", "--max-delay", "--threshold", "--socket", "--quiet", "--udp"})
         EXPECT_NE(std::string::npos, text.find(option)) << option;
     EXPECT_NE(std::string::npos, text.find("kel-portd " KEL_VERSION "\n"));
 }
@@ -71,4 +78,5 @@ TEST(Options, WrongUsageIsStatusTwo)
     EXPECT_EQ(2, parsed({"--max-delay", "-1"}));
     EXPECT_EQ(2, parsed({"--threshold", "0"}));
     EXPECT_EQ(2, parsed({"--threshold", "32768"}));
+    EXPECT_EQ(2, parsed({"--udp", "somewhere"}));
 }
