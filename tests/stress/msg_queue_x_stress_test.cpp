@@ -154,9 +154,8 @@ void run(const Setting &setting)
 TEST(MsgQueueXStress, NothingIsLostDoubledOrOutOfOrder)
 {
     for (const Setting &setting :
-         {Setting{"batches", 1000000, 8, 4, 2, false},
-          Setting{"at once", scaled(200000), 0, Capacity, 0, false}, Setting{"drained", scaled(200000), 4, 0, 1, false},
-          Setting{"external flag", scaled(200000), 8, 4, 2, true}})
+         {Setting{"batches", 1000000, 8, 4, 2, false}, Setting{"at once", scaled(200000), 0, Capacity, 0, false},
+          Setting{"drained", scaled(200000), 4, 0, 1, false}, Setting{"external flag", scaled(200000), 8, 4, 2, true}})
         EXPECT_EQ("", printedBy([&] { run(setting); })); // and no receive found its give without a message
 }
 
