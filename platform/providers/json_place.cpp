@@ -10,11 +10,18 @@ namespace kel
 {
 namespace
 {
-// One step of a JSON pointer.
+// A name as it would stand in a file: quoted, in ASCII, so that whatever is in it stays on a complaint's one line.
+std::string shownName(std::string_view name)
+{
+    using Errors = nlohmann::json::error_handler_t;
+    return nlohmann::json(name).dump(-1, ' ', true, Errors::replace);
+}
+
+// One step of a JSON pointer, without the quotes.
 std::string escaped(std::string_view name)
 {
     std::string step;
-    for (const char c : name) {
+    for (const char c : shownName(name)) {
         if (c == '~')
             step += "~0";
         else if (c == '/')
@@ -22,7 +29,7 @@ std::string escaped(std::string_view name)
         else
             step += c;
     }
-    return step;
+    return step.substr(1, step.size() - 2);
 }
 
 std::string quotedList(std::initializer_list<std::string_view> words)
@@ -52,7 +59,7 @@ nlohmann::json parseJson(std::string_view text, const std::string &file)
         else if (event == Event::object_end)
             fields.pop_back();
         else if (event == Event::key && !fields.back().insert(parsed.get<std::string>()).second)
-            throw TopologyError(file + ": the field \"" + parsed.get<std::string>() + "\" is given twice");
+            throw TopologyError(file + ": the field " + shownName(parsed.get<std::string>()) + " is given twice");
         return true;
     };
     try {

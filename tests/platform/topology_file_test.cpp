@@ -209,6 +209,14 @@ TEST(TopologyFile, UnknownFieldsAreRefusedEverywhere)
     EXPECT_THAT(errorOf(with(R"("events": [{"x": 1}])")), StartsWith("test.json: /events/0/x: is no"));
 }
 
+// Complaints go to terminals and logs, whoever wrote the file.
+TEST(TopologyFile, ControlCharactersInFieldNamesAreShownEscaped)
+{
+    EXPECT_THAT(errorOf(withPort(R"("a\nb\u001b": 1)")),
+                StartsWith(R"(test.json: /slots/0/ports/0/a\nb\u001b: is no field of this object)"));
+    EXPECT_EQ(R"(test.json: the field "\u001b[2J" is given twice)", errorOf(R"({"\u001b[2J": 1, "\u001b[2J": 2})"));
+}
+
 TEST(TopologyFile, SlotFieldsAreChecked)
 {
     const auto slotError = [](const std::string &fields) { return errorOf("{\"slots\": [{" + fields + "}]}"); };
