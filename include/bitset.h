@@ -185,7 +185,7 @@ public:
      * Hook for derived classes: writes whole words to bytes. This one writes nothing.
      *
      * @param dst        the destination of bits_out()
-     * @param wordCount  32-bit words, limited to the mask's
+     * @param wordCount  32-bit words, limited to the mask's unless the range's 32-bit sum wrapped
      * @param firstWord  index of the first word to read
      * @return words written; here 0
      * @blocking no    @locks nothing    @context that of the calling operation
@@ -320,7 +320,7 @@ void test_bitmask();
  * Bit (row, column) is `0x80000000 >> (column % 32)` of word `row * wordsPerRow + column / 32`, so each row is a mask.
  * The spare columns, from numColumns to the end of a row's last word, are refused by setBit, clrBit, assignBit, chkBit
  * and the calls on columns, and reached by those on rows and on the whole matrix. Rows are handled through CBitMask
- * views, which take at most 65535 words.
+ * views, whose word count is cut to 16 bits: a row of more than 65535 words is not reached as a whole.
  *
  * Every operation is virtual, and operations that use others call them through the virtual table.
  */

@@ -16,7 +16,7 @@ inline unsigned *rowWords(const CBitMatrix &matrix, unsigned row)
     return matrix.maskPtr + size_t{row} * matrix.wordsPerRow;
 }
 
-// A mask that views a row that exists; its first 65535 words at most.
+// A mask that views a row that exists; its number of words is cut to 16 bits.
 inline CBitMask rowMask(const CBitMatrix &matrix, unsigned row)
 {
     return CBitMask(matrix.wordsPerRow, rowWords(matrix, row));
