@@ -12,10 +12,8 @@
 namespace
 {
 constexpr unsigned waitForever = 0xFFFFFFFF;
-constexpr int messageBytes = sizeof(ChangeRecord *);
+constexpr int messageBytes = sizeof(ChangeRecord *); // NOLINT(bugprone-sizeof-expression): a message is a pointer
 constexpr int pendByPriority = 1;
-
-static_assert(sizeof(ChangeRecord) % alignof(ChangeRecord) == 0, "every block of the pool must be aligned");
 } // namespace
 
 ChangeWriter::ChangeWriter(int descriptor, Counters &counted)
