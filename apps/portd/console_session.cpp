@@ -20,7 +20,7 @@ short ConsoleSession::wantedEvents() const
 {
     if (isAnswering())
         return POLLOUT;
-    return endOfInput ? 0 : POLLIN;
+    return requestReady || endOfInput ? 0 : POLLIN;
 }
 
 bool ConsoleSession::hasWork() const
@@ -32,7 +32,7 @@ void ConsoleSession::serve(short events, const Execute &execute)
 {
     if (isAnswering() && (events & (POLLOUT | POLLERR | POLLHUP)))
         write();
-    else if (!isAnswering() && !endOfInput && (events & (POLLIN | POLLERR | POLLHUP)))
+    else if (!isAnswering() && !requestReady && !endOfInput && (events & (POLLIN | POLLERR | POLLHUP)))
         read();
     if (hasWork())
         answerOne(execute);

@@ -1,7 +1,7 @@
 // console_session.h: one connection of the console.
 //
-// Policy:     requests of a session are answered one after the other; the next is read only when the answer to the last
-//             has been taken, so what is kept for a session is bounded by one answer and one read.
+// Policy:     requests of a session are answered one after the other. More is read only when all that was read is
+//             answered and the answers are taken, so what is kept for a session is bounded by one answer and one read.
 //             A request that is cut off by the end of the connection is refused, not run.
 //             A client that takes nothing of an answer for `stallLimit` is closed.
 // Locking:    none; a session belongs to the console's thread.

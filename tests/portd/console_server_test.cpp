@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -82,6 +83,25 @@ TEST_F(ConsoleServerTest, RequestsOfASessionAreAnsweredInOrder)
     EXPECT_EQ("three\nok\n", client.hearAll());
     EXPECT_EQ(4u, console.counters.requests);
     EXPECT_EQ(1u, console.counters.errors);
+}
+
+TEST(ConsoleSession, NoMoreIsReadUntilAllThatWasReadIsAnswered)
+{
+    int ends[2];
+    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends));
+    ConsoleSession session(ends[0], 5s);
+    session.serve(0, answer); // nothing has come yet
+    ASSERT_EQ(POLLIN, session.wantedEvents());
+    ASSERT_EQ(4, send(ends[1], "a\nb\n", 4, 0));
+    session.serve(POLLIN, answer); // reads both, answers the first
+    for (int left = 2; left > 0; --left) {
+        EXPECT_EQ(0, session.wantedEvents());
+        EXPECT_TRUE(session.hasWork());
+        session.serve(POLLIN, answer);
+    }
+    EXPECT_EQ(POLLIN, session.wantedEvents());
+    EXPECT_FALSE(session.hasWork());
+    close(ends[1]);
 }
 
 TEST_F(ConsoleServerTest, SessionsAreSideBySide)
