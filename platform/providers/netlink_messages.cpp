@@ -136,8 +136,12 @@ std::optional<HostEvent> readBridgePort(const nlmsghdr &message, const ifinfomsg
     port.index = header.ifi_index;
     if (message.nlmsg_type == RTM_DELLINK)
         return port; // it left the bridge; the link itself stays
-    if (attributes[IFLA_AF_SPEC] == nullptr)
+    if (attributes[IFLA_AF_SPEC] == nullptr) {
+        // The kernel leaves the list out when the last VLAN is gone, which only the bridge's own word on a port tells.
+        if (attributes[IFLA_PROTINFO] != nullptr)
+            return port;
         return std::nullopt;
+    }
     std::uint16_t rangeBegin = 0;
     nlattr *attribute = nullptr;
     int remaining = 0;

@@ -193,6 +193,16 @@ TEST(NetlinkMessages, LeavingABridgeEndsTheVlansAndNotTheLink)
     EXPECT_TRUE(vlans.vlans.empty());
 }
 
+TEST(NetlinkMessages, BridgePortWithoutAListHasNoVlansLeft)
+{
+    NetlinkBytes bytes;
+    bytes.link(
+        9, [&] { bytes.nest(IFLA_PROTINFO, [] {}); }, IFF_UP, RTM_NEWLINK, AF_BRIDGE);
+    const auto port = only<BridgeVlansAre>(parse(bytes.bytes()));
+    EXPECT_EQ(9, port.index);
+    EXPECT_TRUE(port.vlans.empty());
+}
+
 TEST(NetlinkMessages, BridgePortListsItsVlansAndRanges)
 {
     NetlinkBytes bytes;
