@@ -4,6 +4,8 @@
 #include "console_protocol.h"
 
 #include <CLI/CLI.hpp>
+#include <cmath>
+#include <cstdlib>
 
 namespace
 {
@@ -20,7 +22,10 @@ std::optional<int> parseOptions(int argc, const char *const *argv, Options &opti
         ->type_name("FILE");
     app.add_option("--for", options.runSeconds, "end by itself after this time")
         ->type_name("SECONDS")
-        ->check(CLI::Range(0.0, 31'536'000.0));
+        ->check(CLI::Range(0.0, 31'536'000.0))
+        ->check([](const std::string &text) { // no range keeps that one out
+            return std::isnan(std::strtod(text.c_str(), nullptr)) ? "must be a number, is " + text : "";
+        });
     app.add_option("--max-delay", options.maxDelay_ticks, "hold changes back this long to batch them; 0 does not")
         ->type_name("TICKS")
         ->check(CLI::Range(0u, 6000u))

@@ -73,6 +73,7 @@ TEST(Options, WrongUsageIsStatusTwo)
     EXPECT_EQ(2, parsed({"extra"}));
     EXPECT_EQ(2, parsed({"--for"}));
     EXPECT_EQ(2, parsed({"--for", "-1"}));
+    EXPECT_EQ(2, parsed({"--for", "nan"}));
     EXPECT_EQ(2, parsed({"--for", "soon"}));
     EXPECT_EQ(2, parsed({"--max-delay", "6001"}));
     EXPECT_EQ(2, parsed({"--max-delay", "-1"}));
