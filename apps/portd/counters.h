@@ -1,7 +1,6 @@
 // counters.h: what the daemon counts about itself, for `show stats`.
 //
-// Every counter is atomic and, the open sessions
-// aside, only grows.
+// Every counter is atomic and, the open sessions aside, only grows.
 #pragma once
 
 #include <atomic>

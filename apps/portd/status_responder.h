@@ -1,13 +1,11 @@
 // status_responder.h: tells the daemon's status over UDP, from the very address that was asked.
 //
 // Policy:     a datagram that says "status" (white space around it aside) is answered with one line of JSON. Nothing
-// else
-//             is answered, so that two responders can never keep each other busy. A reply that the socket does not take
-//             is dropped.
-//             Linux takes a reply's source from the packet information of IPv6, and of IPv4 on an IPv6 socket. That of
-//             plain IPv4 only makes it forget the address that the socket is bound to. So one IPv4 address is served by
-//             an IPv4 socket that is bound to it, without packet information in the replies, and all of them together
-//             (0.0.0.0) by an IPv6 socket that is bound to the mapped form.
+//             else is answered, so that two responders can never keep each other busy. A reply that the socket does
+//             not take is dropped. Linux takes a reply's source from the packet information of IPv6, and of IPv4 on
+//             an IPv6 socket. That of plain IPv4 only makes it forget the address that the socket is bound to. So one
+//             IPv4 address is served by an IPv4 socket that is bound to it, without packet information in the
+//             replies, and all of them together (0.0.0.0) by an IPv6 socket that is bound to the mapped form.
 // Locking:    none; a thread of its own, which shares nothing but counters.
 #pragma once
 
