@@ -99,7 +99,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     } catch (const kel::TopologyError &error) {
         const std::string reason = error.what();
         require(reason.starts_with("fuzzed: "), "the error names the file");
-        require(std::none_of(reason.begin(), reason.end(), [](char c) { return c >= 0 && c < ' '; }),
+        require(std::none_of(reason.begin(), reason.end(), [](unsigned char c) { return c < ' '; }),
                 "the error is one line without control characters");
         return 0;
     }
