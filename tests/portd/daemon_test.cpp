@@ -43,8 +43,8 @@ TEST_F(Daemon, PrintsTheColumnsAndThenOneLineAPort)
 TEST_F(Daemon, ThresholdEndsTheDelay)
 {
     startChassis(R"({"slots": [{"slot": 1, "ports": 3, "prefix": "ge"}], "events": [
-        {"at": 0, "do": "up", "port": "1/1"}, {"at": 200, "do": "up", "port": "1/2"},
-        {"at": 400, "do": "up", "port": "1/3"}]})",
+        {"at": 2000, "do": "up", "port": "1/1"}, {"at": 2200, "do": "up", "port": "1/2"},
+        {"at": 2400, "do": "up", "port": "1/3"}]})",
                  {"--max-delay", "6000", "--threshold", "3"});
     EXPECT_TRUE(daemon->waitForOutput("ge1/3     link up"));
     EXPECT_EQ(0, stop());
