@@ -91,8 +91,10 @@ void checkAnswer(const std::string &request, const Reply &reply)
     require(!blank || (reply.text.empty() && reply.error.empty()), "a blank line is answered with ok alone");
     require(reply.error.size() <= 120, "an error is short, whatever was sent");
     std::string rest = framed(reply);
-    for (const unsigned char c : rest)
+    for (const char character : rest) {
+        const auto c = static_cast<unsigned char>(character);
         require(c == '\n' || c == '\t' || c >= ' ', "an answer has no control characters");
+    }
     while (!rest.empty()) {
         const size_t end = rest.find('\n');
         require(end != std::string::npos, "each line of an answer has an end");

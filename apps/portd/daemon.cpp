@@ -67,13 +67,14 @@ std::string Daemon::openAll()
 
 std::string Daemon::statusLine() const
 {
-    const nlohmann::ordered_json status = {{"name", "kel-portd"},
-                                           {"version", KEL_VERSION},
-                                           {"uptimeSeconds", (tickGet() - started_ticks) / sysClkRateGet()},
-                                           {"portsPresent", board.portsPresent()},
-                                           {"portsUp", board.portsUp()},
-                                           {"linkChanges", counters.linkChanges.load()},
-                                           {"linesLost", counters.linesLost.load()}};
+    const nlohmann::ordered_json status = {
+        {"name", "kel-portd"},
+        {"version", KEL_VERSION},
+        {"uptimeSeconds", (tickGet() - started_ticks) / static_cast<uint32_t>(sysClkRateGet())},
+        {"portsPresent", board.portsPresent()},
+        {"portsUp", board.portsUp()},
+        {"linkChanges", counters.linkChanges.load()},
+        {"linesLost", counters.linesLost.load()}};
     return status.dump();
 }
 
