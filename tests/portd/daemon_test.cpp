@@ -368,7 +368,7 @@ TEST_F(Daemon, HostileClientsLeaveItWorking)
 {
     startChassis(fourPorts, {"--quiet"});
     std::vector<std::unique_ptr<ConsoleClient>> clients;
-    const std::string noise("\0\xff\xfe show \n\n\r\n\0\n", 17);
+    const std::string noise("\0\xff\xfe show \n\n\r\n\0\n", 15);
     for (int i = 0; i < 20; ++i) {
         clients.push_back(std::make_unique<ConsoleClient>(socket));
         clients.back()->say(noise);
