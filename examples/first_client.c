@@ -25,3 +25,8 @@ int main(void)
         printf("port %d is %s%s\n", port, up ? "up" : "down", result == -2 ? ", and changed while it waited" : "");
     meqDelete(links);
 }
+
+/* Prints:
+port 3 is down, and changed while it waited
+port 7 is up
+*/
