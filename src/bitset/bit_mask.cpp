@@ -9,6 +9,7 @@
 #include "bitset.h"
 
 #include "bitset/mask_words.h"
+#include "bitset/word_loops.h"
 #include "vxw_shim/unlocked_access.h"
 
 #include <algorithm>
@@ -27,6 +28,25 @@ void becomeLiveAndEmpty(CBitMask &mask)
 unsigned sharedWords(const CBitMask &left, const CBitMask &right)
 {
     return std::min<unsigned>(left.numWords, right.numWords);
+}
+
+// Does `one` to the words that both masks have, or, when they are not few, the loop that does the same.
+template <class One>
+void combine(CBitMask &mask, const CBitMask &other, void (*WordLoops::*loop)(unsigned *, const unsigned *, size_t),
+             One one)
+{
+    unsigned *const to = mask.maskPtr;
+    const unsigned *const from = other.maskPtr;
+    const unsigned count = sharedWords(mask, other);
+    if (count > fewWords)
+        return (wordLoops().*loop)(to, from, count);
+    for (unsigned i = 0; i < count; ++i)
+        one(to[i], from[i]);
+}
+
+void complementWord(unsigned &to, unsigned from)
+{
+    to = ~from;
 }
 
 bool changeWord(unsigned &word, unsigned value)
@@ -196,22 +216,19 @@ CBitMask &CBitMask::operator=(unsigned int const *words)
 
 CBitMask &CBitMask::operator&=(CBitMask const &other)
 {
-    for (unsigned i = 0, n = sharedWords(*this, other); i < n; ++i)
-        maskPtr[i] &= other.maskPtr[i];
+    combine(*this, other, &WordLoops::andInto, [](unsigned &to, unsigned from) { to &= from; });
     return *this;
 }
 
 CBitMask &CBitMask::operator^=(CBitMask const &other)
 {
-    for (unsigned i = 0, n = sharedWords(*this, other); i < n; ++i)
-        maskPtr[i] ^= other.maskPtr[i];
+    combine(*this, other, &WordLoops::xorInto, [](unsigned &to, unsigned from) { to ^= from; });
     return *this;
 }
 
 CBitMask &CBitMask::operator|=(CBitMask const &other)
 {
-    for (unsigned i = 0, n = sharedWords(*this, other); i < n; ++i)
-        maskPtr[i] |= other.maskPtr[i];
+    combine(*this, other, &WordLoops::orInto, [](unsigned &to, unsigned from) { to |= from; });
     return *this;
 }
 
@@ -232,12 +249,10 @@ CBitMask CBitMask::operator~() const
 
 void CBitMask::bitwiseNotEqual()
 {
-    for (unsigned i = 0, n = numWords; i < n; ++i)
-        maskPtr[i] = ~maskPtr[i];
+    combine(*this, *this, &WordLoops::complement, complementWord);
 }
 
 void CBitMask::bitwiseNotEqual(CBitMask const &other)
 {
-    for (unsigned i = 0, n = sharedWords(*this, other); i < n; ++i)
-        maskPtr[i] = ~other.maskPtr[i];
+    combine(*this, other, &WordLoops::complement, complementWord);
 }

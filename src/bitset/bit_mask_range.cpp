@@ -9,6 +9,7 @@
 #include "bitset.h"
 
 #include "bitset/mask_words.h"
+#include "bitset/word_loops.h"
 #include "vxw_shim/unlocked_access.h"
 
 #include <kel_platform.h>
@@ -38,16 +39,6 @@ constexpr unsigned leadingBits(unsigned count) // 1 to 31
     return ~(allOnes >> count);
 }
 
-// Sums of 2, of 4, of 8 bits side by side; the multiplication adds the four octets up in the top one. The compiler's
-// own count is a library call on x86-64, ten times as slow.
-constexpr unsigned bitsSetIn(unsigned word)
-{
-    word -= word >> 1 & 0x55555555;
-    word = (word & 0x33333333) + (word >> 2 & 0x33333333);
-    return ((word + (word >> 4)) & 0x0F0F0F0F) * 0x01010101 >> 24;
-}
-static_assert(bitsSetIn(allOnes) == 32 && bitsSetIn(0x80000001) == 2);
-
 // Calls partial(word, bits) for the words that a range covers in part, and whole(first, last) for those it fills.
 template <class Partial, class Whole>
 void forEachWordOf(CBitMask &mask, Range range, Partial partial, Whole whole)
@@ -72,6 +63,30 @@ bool mergeWord(unsigned &word, unsigned with, unsigned tail)
     const unsigned old = word;
     word = (old | with) & allOnes << tail;
     return word != old;
+}
+// Moves the bits of `total` words to numbers that are higher by 32 * `words` + `bits`; `words` is less than `total`.
+void shiftUp(unsigned *array, unsigned total, unsigned words, unsigned bits)
+{
+    if (bits != 0) {
+        wordLoops().shiftBackwards(array + words + 1, array, total - words - 1, 32 - bits);
+        array[words] = array[0] >> bits;
+    } else {
+        std::copy_backward(array, array + total - words, array + total);
+    }
+    std::fill_n(array, words, 0U);
+}
+
+// The other way, to lower numbers.
+void shiftDown(unsigned *array, unsigned total, unsigned words, unsigned bits)
+{
+    const unsigned last = total - words - 1;
+    if (bits != 0) {
+        wordLoops().shiftForwards(array, array + words, last, bits);
+        array[last] = array[total - 1] << bits;
+    } else {
+        std::copy(array + words, array + total, array);
+    }
+    std::fill_n(array + last + 1, words, 0U);
 }
 } // namespace
 
@@ -106,11 +121,7 @@ bool CBitMask::bitsAreSet() const
 
 unsigned int CBitMask::numBitsSet() const
 {
-    unsigned count = 0;
-    for (unsigned i = 0, n = numWords; i < n; ++i)
-        if (maskPtr[i] != 0)
-            count += bitsSetIn(maskPtr[i]);
-    return count;
+    return countBits(maskPtr, numWords);
 }
 
 unsigned int CBitMask::findSetBit(unsigned int start) const
@@ -205,18 +216,14 @@ void CBitMask::operator>>=(unsigned int count)
 {
     const unsigned words = count / 32;
     const unsigned bits = count % 32;
-    if (numWords == 0)
+    const unsigned total = numWords;
+    if (total == 0)
         return;
-    if (bits != 0) {
-        for (unsigned i = numWords - 1U; i > 0; --i)
-            maskPtr[i] = maskPtr[i] >> bits | maskPtr[i - 1] << (32 - bits);
-        maskPtr[0] >>= bits;
-    }
-    if (words >= numWords) {
+    if (words >= total) {
+        shiftUp(maskPtr, total, 0, bits);
         reset(0, 0);
-    } else if (words != 0) {
-        std::copy_backward(maskPtr, maskPtr + numWords - words, maskPtr + numWords);
-        std::fill_n(maskPtr, words, 0U);
+    } else {
+        shiftUp(maskPtr, total, words, bits);
     }
 }
 
@@ -224,18 +231,13 @@ void CBitMask::operator<<=(unsigned int count)
 {
     const unsigned words = count / 32;
     const unsigned bits = count % 32;
-    if (numWords == 0)
+    const unsigned total = numWords;
+    if (total == 0)
         return;
-    const unsigned last = numWords - 1U;
-    if (bits != 0) {
-        for (unsigned i = 0; i < last; ++i)
-            maskPtr[i] = maskPtr[i] << bits | maskPtr[i + 1] >> (32 - bits);
-        maskPtr[last] <<= bits;
-    }
-    if (words >= numWords) {
+    if (words >= total) {
+        shiftDown(maskPtr, total, 0, bits);
         reset(0, 0);
-    } else if (words != 0) {
-        std::copy(maskPtr + words, maskPtr + numWords, maskPtr);
-        std::fill_n(maskPtr + numWords - words, words, 0U);
+    } else {
+        shiftDown(maskPtr, total, words, bits);
     }
 }

@@ -14,6 +14,16 @@ constexpr unsigned bitInWord(unsigned bit)
     return 0x80000000U >> (bit % 32);
 }
 
+// Sums of 2, of 4, of 8 bits side by side; the multiplication adds the four octets up in the top one. The compiler's
+// own count is a library call on x86-64, ten times as slow.
+constexpr unsigned bitsSetIn(unsigned word)
+{
+    word -= word >> 1 & 0x55555555;
+    word = (word & 0x33333333) + (word >> 2 & 0x33333333);
+    return ((word + (word >> 4)) & 0x0F0F0F0F) * 0x01010101 >> 24;
+}
+static_assert(bitsSetIn(0xFFFFFFFF) == 32 && bitsSetIn(0x80000001) == 2);
+
 constexpr unsigned bitsOf(const CBitMask &mask)
 {
     return mask.numWords * 32U;
