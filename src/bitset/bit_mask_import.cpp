@@ -5,11 +5,12 @@
 // Locking:    none.
 // Invariants: no byte outside the stated range of a buffer is read or written, none through a wider type; bits of a
 //             buffer around a range stay.
-// Cost:       one pass, a word (octet strings: an octet) at a time.
+// Cost:       one pass, a word at a time; octet strings many words at a time.
 #include "bitset.h"
 
 #include "bitset/bit_buffer.h"
 #include "bitset/mask_words.h"
+#include "bitset/word_loops.h"
 
 #include <algorithm>
 
@@ -60,13 +61,11 @@ void CBitMask::octet_string_in(unsigned char const *src, unsigned int *len, bool
         // Kept: the mask's size, not the octets moved (BitMaskOctetString.LenBecomesTheMasksSizeInBothDirections).
         *len = total;
     }
-    for (unsigned i = 0; i < moved; ++i) {
-        unsigned &word = maskPtr[i / 4];
-        const unsigned octet = reverse ? reversed(src[i]) : src[i];
-        word = i % 4 == 0 ? octet << 24 : word | octet << shiftOfOctet(i);
-    }
-    for (unsigned i = (moved + 3) / 4; i < numWords; ++i)
-        maskPtr[i] = 0;
+    const unsigned whole = moved / 4;
+    wordLoops().fromOctets(maskPtr, src, whole, reverse);
+    std::fill(maskPtr + whole, maskPtr + numWords, 0U);
+    for (unsigned i = 4 * whole; i < moved; ++i)
+        maskPtr[whole] |= unsigned{reverse ? reversed(src[i]) : src[i]} << shiftOfOctet(i);
 }
 
 void CBitMask::octet_string_out(unsigned char *dst, unsigned int *len, bool reverse) const
@@ -78,8 +77,10 @@ void CBitMask::octet_string_out(unsigned char *dst, unsigned int *len, bool reve
         std::fill(dst + moved, dst + *len, static_cast<unsigned char>(0));
         *len = total;
     }
-    for (unsigned i = 0; i < moved; ++i) {
-        const auto octet = static_cast<unsigned char>(maskPtr[i / 4] >> shiftOfOctet(i));
+    const unsigned whole = moved / 4;
+    wordLoops().toOctets(dst, maskPtr, whole, reverse);
+    for (unsigned i = 4 * whole; i < moved; ++i) {
+        const auto octet = static_cast<unsigned char>(maskPtr[whole] >> shiftOfOctet(i));
         dst[i] = reverse ? reversed(octet) : octet;
     }
 }
