@@ -130,19 +130,54 @@ private:
     size_t taken_ = 0;
 };
 
-// One random program on a queue of random size; the steps never wait. Returns the first difference, or "".
+// Calls on a queue of any size; the steps never wait. Choices come from a Chooser (below()), so tests feed them from a
+// seed and fuzzers from their input.
+class FixedMsgQueueProgram
+{
+public:
+    template <class Chooser>
+    explicit FixedMsgQueueProgram(Chooser &choose)
+        : sends_(1 + choose.below(3)), receives_(1 + choose.below(3)),
+          both_{static_cast<int>(1 + choose.below(9)), static_cast<int>(1 + choose.below(20))}
+    {
+    }
+
+    // Makes one call; returns what is wrong after it, or an empty text.
+    template <class Chooser>
+    const std::string &step(Chooser &choose)
+    {
+        constexpr unsigned noWaits[] = {0, 214749, 0xFFFFFFFE}; // try once, and deadlines that lie in the past
+        const unsigned timeout = noWaits[choose.below(3)];
+        if (choose.below(sends_ + receives_) < sends_)
+            both_.send(std::string(choose.below(23), static_cast<char>('a' + steps_++ % 26)), timeout);
+        else
+            both_.receive(choose.below(23), timeout);
+        return both_.difference;
+    }
+
+private:
+    unsigned sends_, receives_, steps_ = 0;
+    FixedMsgQueueAndModel both_;
+};
+
+// One random program. Returns the first difference, or "".
 inline std::string runRandomQueueProgram(unsigned seed)
 {
-    std::mt19937 random(seed);
-    const unsigned noWaits[] = {0, 214749, 0xFFFFFFFE}; // try once, and deadlines that lie in the past
-    FixedMsgQueueAndModel both(static_cast<int>(1 + random() % 9), static_cast<int>(1 + random() % 20));
-    const auto sends = 1 + random() % 3, receives = 1 + random() % 3;
-    for (int step = 0; step < 200 && both.difference.empty(); ++step) {
-        const unsigned timeout = noWaits[random() % 3];
-        if (random() % (sends + receives) < sends)
-            both.send(std::string(random() % 23, static_cast<char>('a' + step % 26)), timeout);
-        else
-            both.receive(random() % 23, timeout);
-    }
-    return both.difference;
+    class Seeded
+    {
+    public:
+        explicit Seeded(unsigned from) : random_(from) {}
+        unsigned below(unsigned limit)
+        {
+            return static_cast<unsigned>(random_() % limit);
+        }
+
+    private:
+        std::mt19937 random_;
+    } choose(seed);
+    FixedMsgQueueProgram program(choose);
+    for (int step = 0; step < 200; ++step)
+        if (const std::string &difference = program.step(choose); !difference.empty())
+            return difference;
+    return "";
 }

@@ -147,3 +147,68 @@ private:
     std::vector<uint32_t> out_;
     const char *difference_ = nullptr;
 };
+
+// Allocations and frees, honest and hostile, on a pool and its model. Choices come from a Chooser (below()), so tests
+// feed them from a seed and fuzzers from their input.
+class MemoryPoolProgram
+{
+public:
+    template <class Chooser>
+    explicit MemoryPoolProgram(Chooser &choose) : both_{8 + choose.below(25), choose.below(40)}
+    {
+    }
+
+    // Makes one call; returns what is wrong after it, or null.
+    template <class Chooser>
+    const char *step(Chooser &choose)
+    {
+        const auto chosen = [&](const std::vector<uint32_t> &blocks) {
+            return choose.below(static_cast<unsigned>(blocks.size()));
+        };
+        switch (choose.below(8)) {
+        case 0:
+        case 1:
+        case 2:
+            both_.alloc(0);
+            break;
+        case 3:
+        case 4:
+            if (!both_.blocksOut().empty())
+                both_.free(chosen(both_.blocksOut()));
+            break;
+        case 5: // free already
+            if (!both_.freeBlocks().empty())
+                both_.freeRefused(both_.addressOf(both_.freeBlocks()[chosen(both_.freeBlocks())]));
+            break;
+        case 6: { // anywhere inside, but not at the start of a block
+            const unsigned offset = region() == 0 ? 0 : choose.below(region());
+            if (region() == 0 || offset % both_.pool.blockSize != 0)
+                both_.freeRefused(both_.pool.memBase + offset);
+            break;
+        }
+        default:
+            both_.freeRefused(outside(choose.below(6)));
+        }
+        return both_.differs();
+    }
+
+private:
+    unsigned region() const
+    {
+        return both_.pool.blockSize * both_.pool.blockCount;
+    }
+    // Pointers that no block of the pool holds.
+    void *outside(unsigned nth)
+    {
+        const auto base = reinterpret_cast<uintptr_t>(both_.pool.memBase);
+        const uintptr_t addresses[] = {0,
+                                       reinterpret_cast<uintptr_t>(this),
+                                       base + region(),
+                                       base - both_.pool.blockSize,
+                                       base + region() + both_.pool.blockSize,
+                                       UINTPTR_MAX};
+        return reinterpret_cast<void *>(addresses[nth]);
+    }
+
+    PoolAndModel both_;
+};

@@ -1,0 +1,16 @@
+// multi_event_q_fuzz.cpp: programs of calls on a multi-event queue, against the model.
+#include "input_chooser.h"
+#include "models/multi_event_q_model.h"
+
+int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    // Where the timer task sleeps; it is not started, so that each program is made of its own calls alone.
+    SBaseQ::timerSig = SBaseQ::timerSig == nullptr ? semBCreate(SEM_Q_FIFO, SEM_EMPTY) : SBaseQ::timerSig;
+    FuzzInput input(data, size);
+    InputChooser choose(input);
+    MultiEventQProgram program(choose);
+    while (!input.empty())
+        if (const char *wrong = program.step(choose))
+            require(false, wrong);
+    return 0;
+}
