@@ -137,8 +137,8 @@ class FixedMsgQueueProgram
 public:
     template <class Chooser>
     explicit FixedMsgQueueProgram(Chooser &choose)
-        : sends_(1 + choose.below(3)), receives_(1 + choose.below(3)),
-          both_{static_cast<int>(1 + choose.below(9)), static_cast<int>(1 + choose.below(20))}
+        : sends_(1 + choose.below(3)), receives_(1 + choose.below(3)), both_{static_cast<int>(1 + choose.below(9)),
+                                                                             static_cast<int>(1 + choose.below(20))}
     {
     }
 
