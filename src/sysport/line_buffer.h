@@ -28,10 +28,9 @@ public:
         dbgCliPrint(text_, sizeof text_, &cursor_, &remaining_, cli_, "%s", line);
     }
 
+    // Sends what is left. There is always something: every line of a dump fits.
     void flush()
     {
-        if (remaining_ == sizeof text_)
-            return;
         if (cli_ == 0)
             printf("%s", text_);
         else
