@@ -344,6 +344,23 @@ TEST(DeltaListAdd, TieGoesBehindEveryFollowerThatIsDueTogether)
     EXPECT_THAT(deltasOf(list), ElementsAre(4U, 0U, 0U, 0U, 4U));
 }
 
+// The search itself never stops in front of a follower with a delta of 0; an owner that moved the tail back by hand
+// does.
+TEST(DeltaListAdd, FollowersThatAreDueTogetherAreSteppedOverBehindATailThatWasMovedBack)
+{
+    WatchedList list;
+    Timer a, b, c, added;
+    list.add(&a, 4);
+    list.add(&b, 4);
+    list.add(&c, 4);
+    list.tail = &a;
+    list.add(&added, 4);
+    EXPECT_THAT(entriesOf(list), ElementsAre(&a, &b, &c, &added));
+    EXPECT_EQ(&c, added.prev);
+    list.tail = &added;
+    EXPECT_STREQ(nullptr, brokenInvariant(list));
+}
+
 TEST(DeltaListAdd, TieWithTheTailMakesTheEntryTheTail)
 {
     WatchedList list;

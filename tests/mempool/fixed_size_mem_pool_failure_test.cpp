@@ -109,6 +109,10 @@ TEST(FixedSizeMemPoolFailure, EachAllocationThatFailsGivesItsBit)
             EXPECT_EQ(nullptr, pool->vxAlloc(-1));
             EXPECT_EQ(Refused, pool->vxFree(pool->getMemBase()));
         }
+        if (nth <= 2) { // nothing to look the block up in
+            EXPECT_EQ(Refused, pool->vxMemCheckIn(pool->getMemBase()));
+            EXPECT_EQ(Refused, pool->vxMemCheckOut(pool->getMemBase()));
+        }
         pool->~vxFixedSizeMemPool();
     }
 }
