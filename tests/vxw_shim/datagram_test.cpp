@@ -605,6 +605,16 @@ TEST(SendtoWsrc, AMappedDestinationHasItsSourceInTheOtherField)
               controlFor(ipv6("::ffff:10.0.0.1", 9)));
 }
 
+// The kernel also takes the older address record, which has no scope behind the address.
+TEST(SendtoWsrc, AMappedDestinationMayEndRightBehindItsAddress)
+{
+    sockaddr_in6 destination = ipv6("::ffff:10.0.0.1", 9);
+    packet_info info = {};
+    const Sent sent = sentBy([&] { return sendto_wsrc(3, "x", 1, 0, generic(destination), 24, &info); });
+    EXPECT_EQ(24U, sent.nameBytes);
+    EXPECT_EQ(32U, sent.control.size()); // as for IPv4
+}
+
 // 40 bytes: the length 36, level 41, type 50, address, interface, padding.
 TEST(SendtoWsrc, AnIpv6DestinationGetsIpv6PacketInformation)
 {
