@@ -1,0 +1,171 @@
+"""A built tree of the project, and how to get from it to a library with one source changed.
+
+Nothing in the built tree is touched: what depends on the changed source is compiled again, without optimisation, into a
+folder of its own, and linked there with all that stayed as it was. Tests find the changed library first.
+"""
+import json
+import os
+import pathlib
+import re
+import resource
+import shlex
+import signal
+import subprocess
+import time
+
+LIBRARY = "src/libkel_utils.so"
+# Tests of what is built on top, or of texts and files; they say little about a source of the library.
+OTHERS_TESTS = ("tests/portd/", "tests/platform/", "tests/contract/", "examples/", "bench/", "apps/")
+
+
+class CompileError(Exception):
+    pass
+
+
+def quiet(command, folder):
+    done = subprocess.run(command, cwd=folder, shell=isinstance(command, str), stdin=subprocess.DEVNULL,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
+    if done.returncode != 0:
+        raise CompileError(done.stdout)
+    return done.stdout
+
+
+class Test:
+    def __init__(self, described, folder):
+        command = described["command"]
+        self.name = described["name"]
+        self.program = os.path.relpath(command[0], folder)
+        self.arguments = command[1:]
+        properties = {each["name"]: each["value"] for each in described["properties"]}
+        self.folder = properties["WORKING_DIRECTORY"]
+        self.environment = dict(each.split("=", 1) for each in properties.get("ENVIRONMENT", []))
+        self.seconds = None  # how long it takes when nothing is changed
+
+
+class Build:
+    def __init__(self, top, preset):
+        self.top = pathlib.Path(top)
+        self.preset = preset
+        self.folder = self.top / "build" / preset
+
+    def make(self, jobs):
+        quiet(["cmake", "--preset", self.preset], self.top)
+        quiet(["cmake", "--build", "--preset", self.preset, f"-j{jobs}"], self.top)
+        described = json.loads(quiet(["ctest", "--show-only=json-v1"], self.folder))["tests"]
+        self.tests = [Test(each, self.folder) for each in described if self.is_ours(each)]
+        self.compiles = {}
+        for entry in json.loads((self.folder / "compile_commands.json").read_text()):
+            words = shlex.split(entry["command"])
+            self.compiles[words[words.index("-o") + 1]] = (words, entry["file"])
+        self.links = {}
+        for command in quiet("ninja -t commands", self.folder).splitlines():
+            output = re.search(r" -o (\S+) ", command)
+            if output and " -c " not in command:
+                self.links[output.group(1)] = command
+        self.library = next(output for output in self.links if output.startswith(LIBRARY))
+        self.dependents = self.read_dependents()
+
+    def is_ours(self, described):
+        properties = {each["name"] for each in described.get("properties", [])}
+        if properties & {"PASS_REGULAR_EXPRESSION", "WILL_FAIL", "DISABLED"}:
+            return False  # one that is meant to fail says nothing here
+        program = os.path.relpath(described.get("command", ["/"])[0], self.folder)
+        return program.startswith(("tests/", "fuzz/")) and not program.startswith(OTHERS_TESTS)
+
+    def read_dependents(self):
+        """For each file of src/, the objects made from it."""
+        dependents, target = {}, None
+        for line in quiet("ninja -t deps", self.folder).splitlines():
+            if not line.startswith(" "):
+                target = line.split(":")[0]
+            elif line.strip() and "/src/" in line and target in self.compiles:
+                file = os.path.relpath(os.path.join(self.folder, line.strip()), self.top)
+                dependents.setdefault(file, set()).add(target)
+        return dependents
+
+    def rebuild(self, path, text, work):
+        """Builds what depends on the source `path` with `text` in its place; returns the programs built anew."""
+        changed = work / path
+        changed.parent.mkdir(parents=True, exist_ok=True)
+        changed.write_text(text)
+        programs = {self.library} | {test.program for test in self.tests}
+        new_objects = {}
+        try:
+            for target in sorted(self.dependents.get(path, ())):
+                users = [output for output in programs if f" {target} " in self.links.get(output, "")]
+                if users:
+                    new_objects[target] = self.compile(target, path, work)
+            return {output: self.link(output, new_objects, work) for output in programs
+                    if any(f" {target} " in self.links.get(output, "") for target in new_objects)}
+        finally:
+            changed.unlink()
+
+    def compile(self, target, path, work, flags=("-O0", "-g0", "-w")):
+        words, source = self.compiles[target]
+        output = work / target.replace("/", "_")
+        words = [word for word in words if word != "-Werror"]
+        words[words.index("-o") + 1] = str(output)
+        if os.path.relpath(source, self.top) == path:
+            words[words.index("-c") + 1] = str(work / path)
+        words.insert(1, f"-I{work / 'src'}")  # where a changed header is found first
+        quiet(words + list(flags), self.folder)
+        return output
+
+    def optimised(self, path, text, work):
+        """The machine code of the library's objects that depend on the source, as it is shipped."""
+        changed = work / path
+        changed.parent.mkdir(parents=True, exist_ok=True)
+        changed.write_text(text)
+        code = []
+        for target in sorted(self.dependents.get(path, ())):
+            if f" {target} " in self.links[self.library]:
+                output = self.compile(target, path, work, ["-g0", "-w"])
+                code.append(output.read_bytes())
+        return code
+
+    def link(self, output, new_objects, work):
+        result = work / (pathlib.Path(LIBRARY).name + ".0" if output == self.library else output.replace("/", "_"))
+        command = self.links[output].replace(f" -o {output} ", f" -o {result} ")
+        for old, new in new_objects.items():
+            command = command.replace(f" {old} ", f" {new} ")
+        quiet(command, self.folder)
+        return result
+
+    def run(self, test, limit, built, work):
+        """Whether the test passes within `limit` seconds: "" or what became of it."""
+        program = built.get(test.program, self.folder / test.program)
+        environment = dict(os.environ, **test.environment)
+        environment.update(LD_LIBRARY_PATH=str(work), GTEST_FAIL_FAST="1", GTEST_BRIEF="1", GTEST_COLOR="no")
+        for name in ("ASAN_OPTIONS", "TSAN_OPTIONS"):
+            environment[name] = environment.get(name, "") + ":hard_rss_limit_mb=3000"
+        plain = self.preset in ("release", "debug")
+        started = time.monotonic()
+        with subprocess.Popen([program, *test.arguments], cwd=test.folder, env=environment, stdin=subprocess.DEVNULL,
+                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True,
+                              preexec_fn=lambda: set_limits(plain)) as process:
+            try:
+                status = process.wait(limit)
+            except subprocess.TimeoutExpired:
+                status = None
+            finally:
+                end_session(process.pid)
+        self.last_seconds = time.monotonic() - started
+        if status is None:
+            return f"{test.name} does not end"
+        return "" if status == 0 else f"{test.name} ends with {status}"
+
+
+def set_limits(plain):
+    """A mutant may print or allocate without end; a sanitizer's shadow needs all the addresses there are."""
+    resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+    resource.setrlimit(resource.RLIMIT_FSIZE, (256 << 20, 256 << 20))
+    if plain:
+        resource.setrlimit(resource.RLIMIT_AS, (4 << 30, 4 << 30))
+
+
+def end_session(leader):
+    """Ends a test and what it forked."""
+    try:
+        os.killpg(leader, signal.SIGKILL)
+    except ProcessLookupError:
+        pass
