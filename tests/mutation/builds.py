@@ -18,16 +18,25 @@ LIBRARY = "src/libkel_utils.so"
 OTHERS_TESTS = ("tests/portd/", "tests/platform/", "tests/contract/", "examples/", "bench/", "apps/")
 
 
-class CompileError(Exception):
+class CommandFailed(Exception):
     pass
 
 
-def quiet(command, folder):
+class CompileError(CommandFailed):
+    """The mutant's own; any other failure is the tree's."""
+
+
+def quiet(command, folder, failure=CommandFailed):
     done = subprocess.run(command, cwd=folder, shell=isinstance(command, str), stdin=subprocess.DEVNULL,
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
     if done.returncode != 0:
-        raise CompileError(done.stdout)
+        raise failure(done.stdout)
     return done.stdout
+
+
+def symbols(listing):
+    """The names that nm lists, without versions."""
+    return {line.split()[-1].split("@")[0] for line in listing.splitlines() if len(line.split()) > 1}
 
 
 class Test:
@@ -41,6 +50,9 @@ class Test:
         self.environment = dict(each.split("=", 1) for each in properties.get("ENVIRONMENT", []))
         self.seconds = None  # how long it takes when nothing is changed
 
+    def room(self):
+        return pathlib.PurePath(self.program).parts[1:-1]
+
 
 class Build:
     def __init__(self, top, preset):
@@ -48,9 +60,9 @@ class Build:
         self.preset = preset
         self.folder = self.top / "build" / preset
 
-    def make(self, jobs):
+    def configure(self, jobs):
         quiet(["cmake", "--preset", self.preset], self.top)
-        quiet(["cmake", "--build", "--preset", self.preset, f"-j{jobs}"], self.top)
+        self.compile_targets(["kel_utils"], jobs)
         described = json.loads(quiet(["ctest", "--show-only=json-v1"], self.folder))["tests"]
         self.tests = [Test(each, self.folder) for each in described if self.is_ours(each)]
         self.compiles = {}
@@ -64,6 +76,23 @@ class Build:
                 self.links[output.group(1)] = command
         self.library = next(output for output in self.links if output.startswith(LIBRARY))
         self.dependents = self.read_dependents()
+
+    def exports_of(self, room):
+        """The names that the sources in a folder of src/ define, "" for those beside the folders."""
+        folder = "src/CMakeFiles/kel_utils.dir/" + (f"{room}/" if room else "")
+        objects = [word for word in self.links[self.library].split()
+                   if word.endswith(".o") and os.path.dirname(word) + "/" == folder]
+        return symbols(quiet(["nm", "--defined-only", "--extern-only", *objects], self.folder))
+
+    def names_used_by(self, test):
+        return symbols(quiet(["nm", "-D", "--undefined-only", test.program], self.folder))
+
+    def make(self, tests, jobs):
+        self.compile_targets(sorted({pathlib.PurePath(test.program).name for test in tests}), jobs)
+        self.dependents = self.read_dependents()
+
+    def compile_targets(self, targets, jobs):
+        quiet(["cmake", "--build", "--preset", self.preset, f"-j{jobs}", "--target", *targets], self.top)
 
     def is_ours(self, described):
         properties = {each["name"] for each in described.get("properties", [])}
@@ -88,7 +117,7 @@ class Build:
         changed = work / path
         changed.parent.mkdir(parents=True, exist_ok=True)
         changed.write_text(text)
-        programs = {self.library} | {test.program for test in self.tests}
+        programs = {self.library} | {test.program for test in self.tests if test.seconds is not None}
         new_objects = {}
         try:
             for target in sorted(self.dependents.get(path, ())):
@@ -108,7 +137,7 @@ class Build:
         if os.path.relpath(source, self.top) == path:
             words[words.index("-c") + 1] = str(work / path)
         words.insert(1, f"-I{work / 'src'}")  # where a changed header is found first
-        quiet(words + list(flags), self.folder)
+        quiet(words + list(flags), self.folder, CompileError)
         return output
 
     def optimised(self, path, text, work):
@@ -128,7 +157,7 @@ class Build:
         command = self.links[output].replace(f" -o {output} ", f" -o {result} ")
         for old, new in new_objects.items():
             command = command.replace(f" {old} ", f" {new} ")
-        quiet(command, self.folder)
+        quiet(command, self.folder, CompileError)
         return result
 
     def run(self, test, limit, built, work):
