@@ -24,15 +24,33 @@ constexpr unsigned bitsAt(unsigned offset, unsigned count)
     return 0xFFFFFFFFU << (32 - count) >> offset;
 }
 
+constexpr unsigned loadBigEndian32(const unsigned char *from)
+{
+    return uint32_t{from[0]} << 24 | uint32_t{from[1]} << 16 | uint32_t{from[2]} << 8 | uint32_t{from[3]};
+}
+
+constexpr void storeBigEndian32(unsigned char *to, unsigned value)
+{
+    to[0] = static_cast<unsigned char>(value >> 24);
+    to[1] = static_cast<unsigned char>(value >> 16);
+    to[2] = static_cast<unsigned char>(value >> 8);
+    to[3] = static_cast<unsigned char>(value);
+}
+
 // Reads `count` (1 to 32) bits of a buffer from bit `first` on, into the most significant bits of a word.
 inline unsigned loadBits(const unsigned char *bytes, size_t first, unsigned count)
 {
-    const size_t lastByte = (first + count - 1) / 8; // at most four further on
+    const unsigned char *const from = bytes + first / 8;
+    const unsigned offset = first % 8;
+    if (count == 32)
+        return offset == 0 ? loadBigEndian32(from)
+                           : loadBigEndian32(from) << offset | unsigned{from[4]} >> (8 - offset);
+    const size_t lastByte = (offset + count - 1) / 8; // at most four further on
     uint64_t window = 0;
     unsigned shift = 56;
-    for (size_t i = first / 8; i <= lastByte; ++i, shift -= 8)
-        window |= uint64_t{bytes[i]} << shift;
-    return static_cast<unsigned>(window << (first % 8) >> 32) & bitsAt(0, count);
+    for (size_t i = 0; i <= lastByte; ++i, shift -= 8)
+        window |= uint64_t{from[i]} << shift;
+    return static_cast<unsigned>(window << offset >> 32) & bitsAt(0, count);
 }
 
 // Writes the `count` (1 to 32) most significant bits of a word into a buffer from bit `first` on.
@@ -48,6 +66,33 @@ inline void storeBits(unsigned char *bytes, size_t first, unsigned count, unsign
     }
 }
 
+// Reads `count` (1 to 32) bits of an array of words from bit `first` on, into the most significant bits of a word. No
+// word is read that holds none of them.
+inline unsigned bitsFrom(const unsigned *words, unsigned first, unsigned count)
+{
+    const unsigned offset = first % 32;
+    unsigned bits = words[first / 32] << offset;
+    if (offset + count > 32)
+        bits |= words[first / 32 + 1] >> (32 - offset);
+    return bits & bitsAt(0, count);
+}
+
+// Writes `count` bits of an array of words, from bit `first` on, into a buffer from bit `bufferBit` on.
+inline void copyOut(unsigned char *bytes, size_t bufferBit, const unsigned *words, unsigned first, unsigned count)
+{
+    if (bufferBit % 8 != 0 && count != 0) {
+        const unsigned toTheByte = std::min(8 - static_cast<unsigned>(bufferBit % 8), count);
+        storeBits(bytes, bufferBit, toTheByte, bitsFrom(words, first, toTheByte));
+        bufferBit += toTheByte;
+        first += toTheByte;
+        count -= toTheByte;
+    }
+    for (; count >= 32; count -= 32, first += 32, bufferBit += 32)
+        storeBigEndian32(bytes + bufferBit / 8, bitsFrom(words, first, 32));
+    if (count != 0)
+        storeBits(bytes, bufferBit, count, bitsFrom(words, first, count));
+}
+
 // Calls piece(wordIndex, offsetInWord, bitCount, bitOfBuffer) for each word that holds some of the bits start to
 // end - 1; they lie in the buffer from `bufferBit` on.
 template <class Piece>
@@ -59,4 +104,18 @@ void forEachPiece(unsigned start, unsigned end, size_t bufferBit, Piece piece)
         start += count;
         bufferBit += count;
     }
+}
+
+// Gives the bits start to end - 1 of an array of words new values: next(done, count) is asked for the `count` (1 to 32)
+// bits behind the first `done` ones, as the most significant bits of a word. Tells whether a bit changed.
+template <class Next>
+bool replaceBits(unsigned *words, unsigned start, unsigned end, Next next)
+{
+    unsigned changed = 0;
+    forEachPiece(start, end, 0, [&](unsigned index, unsigned offset, unsigned count, size_t done) {
+        const unsigned old = words[index];
+        words[index] = (old & ~bitsAt(offset, count)) | next(done, count) >> offset;
+        changed |= words[index] ^ old;
+    });
+    return changed != 0;
 }

@@ -109,13 +109,7 @@ bool CBitMask::bits_in(unsigned char const *src, unsigned int count, unsigned in
     // (BitMaskBitsIn.WordAlignedRangesGoToTheHookWithTheUnclampedCount).
     if (areWordAligned(start, end))
         return data_in(src, (count - 1) / 32 + 1, start / 32);
-    bool changed = false;
-    forEachPiece(start, end, 0, [&](unsigned index, unsigned offset, unsigned bits, size_t from) {
-        const unsigned old = maskPtr[index];
-        maskPtr[index] = (old & ~bitsAt(offset, bits)) | loadBits(src, from, bits) >> offset;
-        changed |= maskPtr[index] != old;
-    });
-    return changed;
+    return replaceBits(maskPtr, start, end, [&](size_t done, unsigned bits) { return loadBits(src, done, bits); });
 }
 
 bool CBitMask::bits_or_in(unsigned char const *src, unsigned int count, unsigned int start)
@@ -144,8 +138,7 @@ unsigned int CBitMask::bits_out(unsigned char *dst, unsigned int count, unsigned
     const unsigned end = endOfRange(*this, start, count);
     if (areWordAligned(start, end))
         return 4 * data_out(dst, (end - start - 1) / 32 + 1, start / 32);
-    forEachPiece(start, end, 0, [&](unsigned index, unsigned offset, unsigned bits, size_t to) {
-        storeBits(dst, to, bits, maskPtr[index] << offset);
-    });
+    if (end > start)
+        copyOut(dst, 0, maskPtr, start, end - start);
     return bytesTouched(end - start);
 }

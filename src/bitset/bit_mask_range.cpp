@@ -5,12 +5,15 @@
 // Locking:    none. The searches read words with relaxed atomics, like the single-bit operations; all else is plain.
 // Invariants: no word at or past numWords is touched; whatever one operation does through another goes through the
 //             virtual table.
-// Cost:       one pass over the words; searches skip whole words. Only unaligned copies go bit by bit.
+// Cost:       one pass over the words; searches skip whole words. Only an unaligned copy goes bit by bit, when a
+// derived
+//             class may have a say in it or when its two ranges overlap.
 #include "bitset.h"
 
+#include "bitset/bit_buffer.h"
 #include "bitset/mask_words.h"
 #include "bitset/word_loops.h"
-#include "vxw_shim/unlocked_access.h"
+#include "bitset/word_runs.h"
 
 #include <kel_platform.h>
 
@@ -18,43 +21,6 @@
 
 namespace
 {
-constexpr unsigned allOnes = 0xFFFFFFFFU;
-
-struct Range {
-    unsigned start;
-    unsigned length; // bits
-};
-
-Range clampRange(const CBitMask &mask, unsigned count, unsigned start)
-{
-    // Kept: a start beyond the end means the start of the mask (BitMaskRange.StartBeyondTheEndMeansBitZero).
-    if (start > bitsOf(mask))
-        start = 0;
-    const unsigned room = bitsOf(mask) - start;
-    return {start, count != 0 && count < room ? count : room};
-}
-
-constexpr unsigned leadingBits(unsigned count) // 1 to 31
-{
-    return ~(allOnes >> count);
-}
-
-// Calls partial(word, bits) for the words that a range covers in part, and whole(first, last) for those it fills.
-template <class Partial, class Whole>
-void forEachWordOf(CBitMask &mask, Range range, Partial partial, Whole whole)
-{
-    if (range.length == 0)
-        return;
-    unsigned *word = mask.maskPtr + range.start / 32;
-    const unsigned offset = range.start % 32;
-    const unsigned inFirst = std::min(range.length, 32 - offset);
-    partial(*word++, allOnes << (32 - inFirst) >> offset);
-    const unsigned rest = range.length - inFirst;
-    whole(word, word + rest / 32);
-    if (rest % 32 != 0)
-        partial(word[rest / 32], leadingBits(rest % 32));
-}
-
 // The last word of a word-wise copy.
 // Kept: it is merged, not copied, and loses its `tail` lowest bits, wherever in the mask it lies
 // (BitMaskAssign.WordPathOrsTheLastWordAndClearsTheSourcesTailEvenMidMask).
@@ -64,6 +30,20 @@ bool mergeWord(unsigned &word, unsigned with, unsigned tail)
     word = (old | with) & allOnes << tail;
     return word != old;
 }
+
+// The words with `length` bits from bit `start` on.
+Words wordsWith(const unsigned *array, unsigned start, unsigned length)
+{
+    return {array + start / 32, array + (start + length - 1) / 32 + 1};
+}
+
+bool copyBits(unsigned *toWords, unsigned to, const unsigned *fromWords, unsigned from, unsigned length)
+{
+    return replaceBits(toWords, to, to + length, [=](size_t done, unsigned count) {
+        return bitsFrom(fromWords, from + static_cast<unsigned>(done), count);
+    });
+}
+
 // Moves the bits of `total` words to numbers that are higher by 32 * `words` + `bits`; `words` is less than `total`.
 void shiftUp(unsigned *array, unsigned total, unsigned words, unsigned bits)
 {
@@ -102,21 +82,17 @@ int CBitMask::scanclrbit(unsigned int word)
 
 void CBitMask::reset(unsigned int count, unsigned int start)
 {
-    forEachWordOf(
-        *this, clampRange(*this, count, start), [](unsigned &word, unsigned bits) { word &= ~bits; },
-        [](unsigned *first, unsigned *last) { std::fill(first, last, 0U); });
+    resetRange(maskPtr, numWords, count, start);
 }
 
 void CBitMask::set(unsigned int count, unsigned int start)
 {
-    forEachWordOf(
-        *this, clampRange(*this, count, start), [](unsigned &word, unsigned bits) { word |= bits; },
-        [](unsigned *first, unsigned *last) { std::fill(first, last, allOnes); });
+    setRange(maskPtr, numWords, count, start);
 }
 
 bool CBitMask::bitsAreSet() const
 {
-    return std::any_of(maskPtr, maskPtr + numWords, [](unsigned word) { return word != 0; });
+    return anyBit(maskPtr, maskPtr + numWords);
 }
 
 unsigned int CBitMask::numBitsSet() const
@@ -126,30 +102,12 @@ unsigned int CBitMask::numBitsSet() const
 
 unsigned int CBitMask::findSetBit(unsigned int start) const
 {
-    if (start >= bitsOf(*this))
-        return bitNotFound;
-    unsigned i = start / 32;
-    unsigned word = readUnlocked(maskPtr[i]) & allOnes >> (start % 32);
-    while (word == 0) {
-        if (++i >= numWords)
-            return bitNotFound;
-        word = readUnlocked(maskPtr[i]);
-    }
-    return static_cast<unsigned>(bitarray_scanbit(word)) + 32 * i;
+    return firstSetBit(maskPtr, numWords, start);
 }
 
 unsigned int CBitMask::findClrBit(unsigned int start) const
 {
-    if (start >= bitsOf(*this))
-        return bitNotFound;
-    unsigned i = start / 32;
-    unsigned word = readUnlocked(maskPtr[i]) | ~(allOnes >> (start % 32));
-    while (word == allOnes) {
-        if (++i >= numWords)
-            return bitNotFound;
-        word = readUnlocked(maskPtr[i]);
-    }
-    return static_cast<unsigned>(bitarray_scanclrbit(word)) + 32 * i;
+    return firstClearBit(maskPtr, numWords, start);
 }
 
 unsigned int CBitMask::findSetBit(unsigned int start, bool take)
@@ -177,6 +135,9 @@ bool CBitMask::assign(CBitMask const &src, unsigned int srcStart, unsigned int d
 
     bool changed = false;
     if (srcStart % 32 != 0 || dstStart % 32 != 0) {
+        if (isPlain(*this) && isPlain(src) &&
+            areApart(wordsWith(maskPtr, dstStart, length), wordsWith(src.maskPtr, srcStart, length)))
+            return copyBits(maskPtr, dstStart, src.maskPtr, srcStart, length);
         for (unsigned i = 0; i < length; ++i)
             changed |= assignBit(dstStart + i, src.chkBit(srcStart + i));
         return changed;
@@ -198,7 +159,9 @@ bool CBitMask::assign(unsigned int const *words, unsigned int numSrcWords, unsig
         return false;
     if (dstStart % 32 != 0) {
         const unsigned long sourceBits = 32UL * numSrcWords;
-        const unsigned long length = std::min<unsigned long>(sourceBits, bitsOf(*this) - dstStart);
+        const auto length = static_cast<unsigned>(std::min<unsigned long>(sourceBits, bitsOf(*this) - dstStart));
+        if (isPlain(*this) && areApart(wordsWith(maskPtr, dstStart, length), wordsWith(words, 0, length)))
+            return copyBits(maskPtr, dstStart, words, 0, length);
         bool changed = false;
         for (unsigned i = 0; i < length; ++i)
             changed |= assignBit(dstStart + i, (words[i / 32] & bitInWord(i)) != 0);

@@ -25,19 +25,14 @@ bool holdsWords(const CBitMatrix &matrix, const Rectangle &area)
            area.colLast / 32 < matrix.wordsPerRow;
 }
 
-// Calls piece(word, offsetInWord, bitCount, bitOfBuffer) for each word of the rectangle; returns the bits in it.
-template <class Piece>
-size_t forEachWordIn(const CBitMatrix &matrix, const Rectangle &area, Piece piece)
+// Calls row(words, bitOfBuffer) for each row of the rectangle; returns the bits in it.
+template <class Row>
+size_t forEachRowIn(const CBitMatrix &matrix, const Rectangle &area, Row row)
 {
     const unsigned columns = area.colLast + 1 - area.colFirst;
     size_t bufferBit = 0;
-    for (unsigned row = area.rowFirst; row <= area.rowLast; ++row, bufferBit += columns) {
-        unsigned *const words = rowWords(matrix, row);
-        forEachPiece(area.colFirst, area.colLast + 1, bufferBit,
-                     [&](unsigned index, unsigned offset, unsigned count, size_t at) {
-                         piece(words[index], offset, count, at);
-                     });
-    }
+    for (unsigned i = area.rowFirst; i <= area.rowLast; ++i, bufferBit += columns)
+        row(rowWords(matrix, i), bufferBit);
     return bufferBit;
 }
 } // namespace
@@ -64,10 +59,9 @@ bool CBitMatrix::bits_in(unsigned char const *src, unsigned int rowFirst, unsign
     if (!holdsWords(*this, area))
         return false;
     bool changed = false;
-    forEachWordIn(*this, area, [&](unsigned &word, unsigned offset, unsigned count, size_t from) {
-        const unsigned old = word;
-        word = (old & ~bitsAt(offset, count)) | loadBits(src, from, count) >> offset;
-        changed |= word != old;
+    forEachRowIn(*this, area, [&](unsigned *row, size_t from) {
+        changed |= replaceBits(row, colFirst, colLast + 1,
+                               [&](size_t done, unsigned count) { return loadBits(src, from + done, count); });
     });
     return changed;
 }
@@ -81,8 +75,7 @@ unsigned int CBitMatrix::bits_out(unsigned char *dst, unsigned int rowFirst, uns
     // Kept: the count of bytes wraps when there are no bits (BitMatrixRectangle.WithoutBitsReturns0x20000000).
     if (!holdsWords(*this, area))
         return bytesOfNoBits;
-    const size_t bits = forEachWordIn(*this, area, [&](unsigned &word, unsigned offset, unsigned count, size_t to) {
-        storeBits(dst, to, count, word << offset);
-    });
+    const size_t bits = forEachRowIn(
+        *this, area, [&](const unsigned *row, size_t to) { copyOut(dst, to, row, colFirst, colLast + 1 - colFirst); });
     return bytesTouched(static_cast<unsigned>(bits));
 }

@@ -5,6 +5,9 @@
 
 #include "bitset.h"
 
+#include <functional>
+#include <typeinfo>
+
 constexpr unsigned liveMaskSignature = 0xA5;
 constexpr unsigned bitNotFound = 0xFFFFFFFF;
 
@@ -27,6 +30,23 @@ static_assert(bitsSetIn(0xFFFFFFFF) == 32 && bitsSetIn(0x80000001) == 2);
 constexpr unsigned bitsOf(const CBitMask &mask)
 {
     return mask.numWords * 32U;
+}
+
+// No derived class has its own idea of this mask's operations, so they may be done together, without the virtual calls.
+inline bool isPlain(const CBitMask &mask)
+{
+    return typeid(mask) == typeid(CBitMask);
+}
+
+struct Words {
+    const unsigned *first;
+    const unsigned *end;
+};
+
+inline bool areApart(Words some, Words others)
+{
+    const std::less_equal<> notBehind;
+    return notBehind(some.end, others.first) || notBehind(others.end, some.first);
 }
 
 // Frees the words that `mask` owns; a view is left as it is.

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
 #include <vector>
 
@@ -333,6 +334,78 @@ TEST(BitMaskAssign, UnalignedCopyFromWordsTellsWhetherAnyBitChanged)
     CBitMask end(64);
     EXPECT_TRUE(end.assign(words, 0xFFFFFFFF, 63)) << "only as far as the mask goes";
     EXPECT_EQ(fromTo(63, 63), bitsOf(end));
+}
+
+// Bits one by one, from the lowest up: what every unaligned copy comes to.
+struct BitByBit {
+    std::vector<bool> bits;
+
+    explicit BitByBit(const CBitMask &mask)
+    {
+        for (unsigned bit = 0; bit < mask.numWords * 32U; ++bit)
+            bits.push_back(mask.chkBit(bit));
+    }
+
+    bool copy(unsigned from, unsigned to, unsigned count)
+    {
+        const std::vector<bool> before = bits;
+        for (unsigned i = 0; i < count; ++i)
+            bits[to + i] = bits[from + i];
+        return bits != before;
+    }
+};
+
+TEST(BitMaskAssign, UnalignedCopyMovesEveryRangeExactly)
+{
+    std::mt19937 random(4711);
+    for (unsigned from = 0; from < 34; ++from)
+        for (unsigned to = 0; to < 34; ++to)
+            for (const unsigned count : {1U, 2U, 30U, 31U, 32U, 33U, 63U, 64U, 65U, 94U}) {
+                if (from % 32 == 0 && to % 32 == 0)
+                    continue; // goes by words, and merges the last
+                unsigned sourceWords[4];
+                unsigned words[8]; // the mask, and the source behind it as the same bits for the one-by-one copy
+                for (unsigned i = 0; i < 4; ++i) {
+                    words[i] = static_cast<unsigned>(random());
+                    words[i + 4] = sourceWords[i] = static_cast<unsigned>(random());
+                }
+                BitByBit expected{CBitMask(8, words)};
+                const bool changes = expected.copy(128 + from, to, count);
+                CBitMask target(4, words);
+                ASSERT_EQ(changes, target.assign(CBitMask(4, sourceWords), from, to, count));
+                ASSERT_EQ(expected.bits, BitByBit(CBitMask(8, words)).bits) << from << ' ' << to << ' ' << count;
+            }
+}
+
+TEST(BitMaskAssign, UnalignedCopyWithinTheSameWordsGoesFromTheLowestBitUp)
+{
+    std::mt19937 random(4711);
+    for (const unsigned from : {0U, 3U, 31U, 32U, 40U})
+        for (const unsigned to : {0U, 1U, 3U, 33U, 45U}) {
+            if (from % 32 == 0 && to % 32 == 0)
+                continue;
+            CBitMask mask(160);
+            for (unsigned i = 0; i < mask.numWords; ++i)
+                mask.setWrd32(i, static_cast<unsigned>(random()));
+            CBitMask view(mask.numWords, mask.maskPtr); // another mask on the same words
+            BitByBit expected(mask);
+            const bool changes = expected.copy(from, to, 100);
+            ASSERT_EQ(changes, mask.assign(view, from, to, 100));
+            ASSERT_EQ(expected.bits, BitByBit(mask).bits) << from << " to " << to;
+        }
+    CBitMask mask(96);
+    mask.setBit(0);
+    EXPECT_TRUE(mask.assign(mask.maskPtr, 2, 1));
+    EXPECT_EQ(fromTo(0, 64), bitsOf(mask)) << "each bit is copied from the one that was written just before";
+}
+
+TEST(BitMaskAssign, UnalignedCopyFromWordsAsksAssignBitOfADerivedMask)
+{
+    const unsigned words[2] = {0xFFFFFFFF, 0};
+    CountingMask mask(64);
+    mask.forget();
+    EXPECT_TRUE(mask.assign(words, 1, 5));
+    EXPECT_EQ(32, mask.calls("assignBit 20"));
 }
 
 TEST(BitMaskAssign, NoWordsAndStartsOutOfRangeAreIgnored)
