@@ -202,15 +202,13 @@ bool CBitMask::setWrd8(unsigned int octetIndex, unsigned char octet)
 // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): words are copied onto themselves
 CBitMask &CBitMask::operator=(CBitMask const &other)
 {
-    for (unsigned i = 0, n = sharedWords(*this, other); i < n; ++i)
-        maskPtr[i] = other.maskPtr[i];
+    std::copy_n(other.maskPtr, sharedWords(*this, other), maskPtr);
     return *this;
 }
 
 CBitMask &CBitMask::operator=(unsigned int const *words)
 {
-    for (unsigned i = 0, n = numWords; i < n; ++i)
-        maskPtr[i] = words[i];
+    std::copy_n(words, numWords, maskPtr);
     return *this;
 }
 

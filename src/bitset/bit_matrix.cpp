@@ -4,11 +4,13 @@
 //             words are refused everywhere; the spare columns only where a single bit or a column is asked for.
 // Locking:    none.
 // Invariants: maskPtr has numRows * wordsPerRow words; an owner's array came from new[]; nothing outside is touched.
-// Cost:       rows and the whole matrix one pass over their words; a column one word a row.
+// Cost:       rows and the whole matrix one pass over their words, as a mask's; a column one word a row.
 #include "bitset.h"
 
 #include "bitset/mask_words.h"
 #include "bitset/matrix_words.h"
+#include "bitset/word_loops.h"
+#include "bitset/word_runs.h"
 
 #include <algorithm>
 
@@ -64,28 +66,53 @@ bool changeBit(const CBitMatrix &matrix, unsigned row, unsigned col, bool value)
     return true;
 }
 
+// The words of a row that a mask over it views: their number is cut to 16 bits.
+unsigned maskWords(const CBitMatrix &matrix)
+{
+    return matrix.wordsPerRow & 0xFFFFU;
+}
+
+// Calls row(word) with the word that holds a column's bit, for the rows `first` to `end` - 1.
+template <class Row>
+void forEachRow(const CBitMatrix &matrix, unsigned col, unsigned first, unsigned end, Row row)
+{
+    size_t at = size_t{first} * matrix.wordsPerRow + col / 32;
+    for (unsigned i = first; i < end; ++i, at += matrix.wordsPerRow)
+        row(matrix.maskPtr[at]);
+}
+
+// Copies the bits that the rows from `first` on have in a column to the front of a word, as many as it holds.
+void gatherColumn(const CBitMatrix &matrix, unsigned col, unsigned first, unsigned &to)
+{
+    const unsigned count = std::min(matrix.numRows - first, 32U);
+    unsigned bits = 0;
+    forEachRow(matrix, col, first, first + count,
+               [&](unsigned word) { bits = bits << 1 | (word >> (31 - col % 32) & 1); });
+    const unsigned shift = 32 - count;
+    to = bits << shift | (to & ~(allOnes << shift));
+}
+
 // A column's first row from `row` on whose bit is `value`; with `take` the bit is flipped.
 unsigned findInColumn(const CBitMatrix &matrix, unsigned col, unsigned row, bool value, bool take)
 {
-    if (col >= matrix.numColumns)
+    if (col >= matrix.numColumns || row >= matrix.numRows)
         return bitNotFound;
-    while (row < matrix.numRows && bitOf(matrix, row, col) != value)
-        ++row;
-    if (row >= matrix.numRows)
-        return bitNotFound;
+    const unsigned bit = bitInWord(col);
+    const unsigned wanted = value ? bit : 0;
+    unsigned *word = &wordOf(matrix, row, col);
+    while ((*word & bit) != wanted) {
+        if (++row == matrix.numRows)
+            return bitNotFound;
+        word += matrix.wordsPerRow;
+    }
     if (take)
-        changeBit(matrix, row, col, !value);
+        *word ^= bit;
     return row;
 }
 
 bool fitsColumn(const CBitMatrix &matrix, unsigned col, const CBitMask *mask)
 {
     return mask != nullptr && matrix.numRows <= bitsOf(*mask) && col < matrix.numColumns;
-}
-
-bool anySet(const unsigned *first, const unsigned *last)
-{
-    return std::any_of(first, last, [](unsigned word) { return word != 0; });
 }
 } // namespace
 
@@ -170,20 +197,22 @@ void CBitMatrix::reset()
 
 void CBitMatrix::bitwiseNotEqual()
 {
-    for (size_t i = 0, n = wordsOf(*this); i < n; ++i)
-        maskPtr[i] = ~maskPtr[i];
+    wordLoops().complement(maskPtr, maskPtr, wordsOf(*this));
 }
 
 bool CBitMatrix::bitsAreSet() const
 {
-    return anySet(maskPtr, maskPtr + wordsOf(*this));
+    return anyBit(maskPtr, maskPtr + wordsOf(*this));
 }
 
 unsigned int CBitMatrix::numBitsSet() const
 {
+    const unsigned counted = maskWords(*this);
+    if (counted == wordsPerRow)
+        return countBits(maskPtr, wordsOf(*this));
     unsigned count = 0;
     for (unsigned row = 0; row < numRows; ++row)
-        count += rowMask(*this, row).numBitsSet();
+        count += countBits(rowWords(*this, row), counted);
     return count;
 }
 
@@ -211,12 +240,11 @@ void CBitMatrix::setRow(unsigned int row, bool value, unsigned int count, unsign
 {
     if (row >= numRows)
         return;
-    CBitMask mask = rowMask(*this, row);
     const unsigned length = count != 0 ? count : numColumns;
     if (value)
-        mask.set(length, start);
+        setRange(rowWords(*this, row), maskWords(*this), length, start);
     else
-        mask.reset(length, start);
+        resetRange(rowWords(*this, row), maskWords(*this), length, start);
 }
 
 void CBitMatrix::resetRow(unsigned int row, unsigned int count, unsigned int start)
@@ -226,17 +254,32 @@ void CBitMatrix::resetRow(unsigned int row, unsigned int count, unsigned int sta
 
 bool CBitMatrix::rowBitsAreSet(unsigned int row) const
 {
-    return row < numRows && anySet(rowWords(*this, row), rowWords(*this, row) + wordsPerRow);
+    if (row >= numRows)
+        return false;
+    const unsigned *const words = rowWords(*this, row);
+    return anyBit(words, words + wordsPerRow);
 }
 
 unsigned int CBitMatrix::findRowSetBit(unsigned int row, unsigned int start, bool take) const
 {
-    return row < numRows ? rowMask(*this, row).findSetBit(start, take) : bitNotFound;
+    if (row >= numRows)
+        return bitNotFound;
+    unsigned *const words = rowWords(*this, row);
+    const unsigned found = firstSetBit(words, maskWords(*this), start);
+    if (take && found != bitNotFound)
+        words[found / 32] &= ~bitInWord(found);
+    return found;
 }
 
 unsigned int CBitMatrix::findRowClrBit(unsigned int row, unsigned int start, bool take) const
 {
-    return row < numRows ? rowMask(*this, row).findClrBit(start, take) : bitNotFound;
+    if (row >= numRows)
+        return bitNotFound;
+    unsigned *const words = rowWords(*this, row);
+    const unsigned found = firstClearBit(words, maskWords(*this), start);
+    if (take && found != bitNotFound)
+        words[found / 32] |= bitInWord(found);
+    return found;
 }
 
 bool CBitMatrix::getRow(unsigned int row, CBitMask *out) const
@@ -264,8 +307,9 @@ void CBitMatrix::setCol(unsigned int col, bool value, unsigned int count, unsign
     const unsigned first = start > numRows ? 0 : start;
     const unsigned room = numRows - first;
     const unsigned end = first + (count != 0 && count < room ? count : room);
-    for (unsigned row = first; row < end; ++row)
-        changeBit(*this, row, col, value);
+    const unsigned bit = bitInWord(col);
+    const unsigned set = value ? bit : 0;
+    forEachRow(*this, col, first, end, [=](unsigned &word) { word = (word & ~bit) | set; });
 }
 
 void CBitMatrix::resetCol(unsigned int col, unsigned int count, unsigned int start)
@@ -292,6 +336,11 @@ bool CBitMatrix::getCol(unsigned int col, CBitMask *out) const
 {
     if (!fitsColumn(*this, col, out))
         return false;
+    if (isPlain(*out) && areApart({out->maskPtr, out->maskPtr + out->numWords}, {maskPtr, maskPtr + wordsOf(*this)})) {
+        for (unsigned row = 0; row < numRows; row += 32)
+            gatherColumn(*this, col, row, out->maskPtr[row / 32]);
+        return true;
+    }
     for (unsigned row = 0; row < numRows; ++row) {
         if (bitOf(*this, row, col))
             out->setBit(row);

@@ -1,6 +1,7 @@
 // Construction, layout, bits, rows and columns of CBitMatrix.
 #include "bitset.h"
 
+#include "bitset/counting_mask.h"
 #include "bitset/slot_of.h"
 
 #include <gtest/gtest.h>
@@ -419,6 +420,48 @@ TEST(BitMatrixColumn, GetColWritesOneBitARowAndKeepsTheRest)
     EXPECT_FALSE(tall.getCol(0, &out)) << "more rows than bits";
     EXPECT_TRUE(CBitMatrix(0, 5, nullptr).getCol(0, &out)) << "nothing to write";
     EXPECT_EQ(0x5FFFFFFFU, out[0]);
+}
+
+TEST(BitMatrixColumn, GetColOfMoreThanAWordOfRowsKeepsTheBitsBehind)
+{
+    CBitMatrix matrix(67, 70, nullptr);
+    for (unsigned row = 0; row < 67; row += 3)
+        matrix.setBit(row, 69);
+    CBitMask out(96);
+    out.set();
+    EXPECT_TRUE(matrix.getCol(69, &out));
+    for (unsigned row = 0; row < 96; ++row)
+        ASSERT_EQ(row >= 67 || row % 3 == 0, out.chkBit(row)) << row;
+}
+
+TEST(BitMatrixColumn, GetColAsksSetBitAndClrBitOfADerivedMask)
+{
+    CBitMatrix matrix(5, 3, nullptr);
+    matrix.setBit(1, 2);
+    matrix.setBit(4, 2);
+    CountingMask out(32);
+    out.forget();
+    EXPECT_TRUE(matrix.getCol(2, &out));
+    EXPECT_EQ(2, out.calls("setBit 18"));
+    EXPECT_EQ(3, out.calls("clrBit 19"));
+    EXPECT_EQ(0x48000000U, out[0]);
+}
+
+// Row 0 becomes the column, which the later rows' bits are not part of.
+TEST(BitMatrixColumn, GetColIntoTheMatrixItselfGoesRowByRow)
+{
+    CBitMatrix matrix(3, 32, nullptr);
+    matrix.setBit(1, 0);
+    matrix.setBit(2, 0);
+    CBitMask out(1, matrix.maskPtr);
+    EXPECT_TRUE(matrix.getCol(0, &out));
+    EXPECT_EQ(0x60000000U, matrix.maskPtr[0]);
+    CBitMask all(3, matrix.maskPtr);
+    all.reset();
+    all.set(32, 32);
+    EXPECT_TRUE(matrix.getCol(31, &all));
+    EXPECT_EQ(0x40000000U, matrix.maskPtr[0]);
+    EXPECT_EQ(0xFFFFFFFFU, matrix.maskPtr[1]);
 }
 
 TEST(BitMatrixColumn, SetColTellsWhetherABitChangedAndWritesThemAll)
