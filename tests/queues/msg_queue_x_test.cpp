@@ -161,8 +161,8 @@ TEST_F(MsgQueueX, SizeProductThatWrapsKeepsEverySlotInsideItsMemory)
 TEST_F(MsgQueueX, SizesThatMakeNoSenseQueueNothing)
 {
     char got[4];
-    for (const auto &[slots, length] : {std::pair(0, 4), std::pair(-3, 4), std::pair(4, -3), std::pair(-3, -3),
-                                        std::pair(-0x10000, -0x10000), std::pair(0x10000, -0x10000)})
+    for (const auto &[slots, length] : {std::pair(0, 4), std::pair(0, 0), std::pair(-3, 4), std::pair(4, -3),
+                                        std::pair(-3, -3), std::pair(-0x10000, -0x10000), std::pair(0x10000, -0x10000)})
         printedBy([&, slotCount = slots, bytes = length] {
             SMsgQueueX queue(slotCount, bytes, 0, 0, 0, 0, nullptr);
             EXPECT_EQ(-1, queue.send("abc", 3, 0, 0));
