@@ -1,6 +1,5 @@
 # What cmake --install lays out beside the libraries, headers and programs: what compilers' and debuggers' users find them
-# by. Nothing of it holds an absolute path, so the installed tree may be moved; only the debugger's own rule ties its file
-# to a place.
+# by. Nothing of it holds an absolute path, so the installed tree may be moved.
 #
 # There is a package a library, because a switch brings its own platform library: kel_utils finds kel_platform.
 include(CMakePackageConfigHelpers)

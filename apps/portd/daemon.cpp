@@ -35,7 +35,7 @@ Daemon::Daemon(const Options &daemonOptions, Feeder &portFeeder)
       console(
           options.socketPath, [this](const std::string &request) { return commands.execute(request); },
           consoleCounters),
-      started_ticks(tickGet())
+      manager(ServiceNotifier::fromEnvironment()), started_ticks(tickGet())
 {
     if (options.statusEndpoint)
         responder.emplace(
@@ -84,10 +84,12 @@ int Daemon::run()
         fail(reason);
         return failed;
     }
-    SignalThread signals([this](int) {
-        stopping = true;
-        events.wake();
-    });
+    SignalThread signals(
+        [this](int) {
+            stopping = true;
+            events.wake();
+        },
+        manager.watchdogPeriod(), [this] { events.nudge(); });
     PortWatch watch(board, damper, events, counters);
     writer.start(options.quiet ? "" : changeTitleLine());
     console.start();
@@ -98,7 +100,10 @@ int Daemon::run()
     } catch (const std::runtime_error &error) {
         fail(error.what());
     }
+    if (!stopping)
+        manager.ready();
     mainLoop();
+    manager.stopping();
     feeder.stop();
     while (reporter.reportBatch() > 0) // what is still queued
         continue;
@@ -119,7 +124,9 @@ uint32_t Daemon::ticksLeft() const
 
 void Daemon::mainLoop()
 {
-    for (uint32_t ticks = ticksLeft(); !stopping && ticks != 0; ticks = ticksLeft())
+    for (uint32_t ticks = ticksLeft(); !stopping && ticks != 0; ticks = ticksLeft()) {
         if (events.wait(ticks))
             reporter.reportBatch();
+        manager.alive();
+    }
 }

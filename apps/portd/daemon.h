@@ -6,7 +6,7 @@
 //   responder's thread  StatusResponder -> PortBoard, counters (with --udp)
 //   timers' thread      FlapDamper -> PortBoard, PortEvents
 //   console's thread    ConsoleServer -> ConsoleCommands -> port map, inventory, PortBoard
-//   signal thread       stops the main task
+//   signal thread       stops the main task, and has it tell the service manager that it is alive
 //   tQtimer             the library's: delivers held-back wake-ups
 //
 // Start: everything that listens exists before the feeder starts. End: the feeder first, so that nothing new comes in.
@@ -20,6 +20,7 @@
 #include "flap_damper.h"
 #include "options.h"
 #include "port_watch.h"
+#include "service_notifier.h"
 #include "status_responder.h"
 
 #include <atomic>
@@ -56,6 +57,7 @@ private:
     ConsoleCommands commands;
     ConsoleServer console;
     std::optional<StatusResponder> responder;
+    ServiceNotifier manager; // the main task's: while it turns its loop, the daemon is alive
     std::atomic<bool> stopping = false;
     std::atomic<bool> hasFailed = false;
     uint32_t started_ticks;

@@ -40,14 +40,22 @@ void PortEvents::wake()
     meqSendY(queue, 0, 0, atOnce);
 }
 
+void PortEvents::nudge()
+{
+    ++nudges;
+    semGive(flag);
+}
+
 bool PortEvents::wait(uint32_t ticks)
 {
     if (semTake(flag, ticks) != 0)
         return false;
     // The queue gives the flag again with every event that is received while others remain; all of that is one wake-up.
+    uint32_t gives = 1;
     while (semTake(flag, NO_WAIT) == 0)
-        continue;
-    return true;
+        ++gives;
+    // A nudge that is counted and not yet given takes the place of a wake-up, and is one itself a moment later.
+    return gives > nudges.exchange(0);
 }
 
 bool PortEvents::receive(Event &event)

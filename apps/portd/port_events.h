@@ -13,6 +13,8 @@
 #include "counters.h"
 #include "queues.h"
 
+#include <atomic>
+
 class PortEvents
 {
 public:
@@ -28,7 +30,10 @@ public:
     // Wakes the main task now. Any thread.
     void wake();
 
-    // Waits at most `ticks` for a batch, or a wake-up. False: neither came. The main task only.
+    // Has wait() return, and leaves alone what is held back. Any thread.
+    void nudge();
+
+    // Waits at most `ticks` for a batch, or a wake-up. False: neither came, or only a nudge. The main task only.
     bool wait(uint32_t ticks);
 
     struct Event {
@@ -45,7 +50,8 @@ public:
     }
 
 private:
-    SEM_ID flag; // the queue's external flag; set once
+    SEM_ID flag;                      // the queue's external flag; set once
+    std::atomic<uint32_t> nudges = 0; // gives of the flag, done or just to come, that are no wake-ups
     SMultiEventQ *queue;
     Counters &counters;
 };

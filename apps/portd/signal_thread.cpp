@@ -1,6 +1,7 @@
-// signal_thread.cpp: SIGINT and SIGTERM as an ordinary call on a thread of their own.
+// signal_thread.cpp: SIGINT and SIGTERM as an ordinary call on a thread of their own, and a call in even intervals.
 #include "signal_thread.h"
 
+#include <cerrno>
 #include <csignal>
 #include <pthread.h>
 
@@ -24,7 +25,9 @@ void SignalThread::blockSignals()
     signal(SIGPIPE, SIG_IGN); // a reader of the output that goes away is an error of write(), not the end
 }
 
-SignalThread::SignalThread(std::function<void(int)> onSignal) : callback(std::move(onSignal))
+SignalThread::SignalThread(std::function<void(int)> onSignal, std::chrono::milliseconds every,
+                           std::function<void()> onInterval)
+    : callback(std::move(onSignal)), interval(every), intervalCallback(std::move(onInterval))
 {
     thread = std::thread(&SignalThread::run, this);
 }
@@ -38,13 +41,33 @@ SignalThread::~SignalThread()
 
 void SignalThread::run()
 {
+    for (;;) {
+        const int number = nextSignal();
+        if (stopping)
+            return;
+        if (number == 0)
+            intervalCallback();
+        else if (number != SIGUSR1)
+            callback(number);
+    }
+}
+
+int SignalThread::nextSignal() const
+{
     const sigset_t set = waitedFor();
     for (;;) {
         int number = 0;
-        sigwait(&set, &number);
-        if (stopping)
-            return;
-        if (number != SIGUSR1)
-            callback(number);
+        if (interval.count() == 0) {
+            sigwait(&set, &number);
+            return number;
+        }
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(interval);
+        const std::chrono::nanoseconds rest = interval - seconds;
+        const timespec longest = {seconds.count(), rest.count()};
+        number = sigtimedwait(&set, nullptr, &longest);
+        if (number > 0)
+            return number;
+        if (errno == EAGAIN)
+            return 0;
     }
 }
