@@ -311,7 +311,11 @@ public:
  */
 int printCBitMask(CBitMask const *mask, bool ranges);
 
-/** Exercises a small mask and prints numbered results on standard output. */
+/**
+ * Exercises a small mask and prints numbered results on standard output.
+ *
+ * @blocking as the output does    @locks nothing    @context any thread
+ */
 void test_bitmask();
 
 /**
@@ -479,6 +483,7 @@ public:
     /**
      * Copies a row into a mask.
      *
+     * @param row  0 and up
      * @param out  a mask of at least a row's words; a longer one gets the words of the following rows as well, as far
      *             as there are any
      * @return true; false when @p out is null or too short or there is no such row

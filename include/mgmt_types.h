@@ -27,7 +27,7 @@ public:
     struct Octets {
         unsigned char *ptr; /**< the array; owned, from new[] */
         int len;            /**< bytes in use, 0 to size */
-    } os;
+    } os;                   /**< where the value is */
     /** Bytes allocated; what lies behind os.len is defined but meaningless. */
     int size;
 
@@ -145,7 +145,7 @@ public:
     struct SubIdentifiers {
         unsigned int *ptr; /**< the array; owned, from new[]; null before the first value */
         int len;           /**< sub-identifiers in use, 0 to size */
-    } oid;
+    } oid;                 /**< where the value is */
     /** Sub-identifiers allocated. */
     int size;
 

@@ -66,7 +66,11 @@ int kel_utils_init(void);
 SMultiEventQ *meqCreateX(int width, unsigned short numEvents, int pendOption, int rxThreshold, int maxDelay,
                          SEM_ID externalFlag);
 
-/** Creates a multi-event queue that holds nothing back; parameters and result as for meqCreateX(). */
+/**
+ * Creates a multi-event queue that holds nothing back; parameters and result as for meqCreateX().
+ *
+ * @blocking no    @locks the queues' lock    @context any thread
+ */
 SMultiEventQ *meqCreate(int width, unsigned short numEvents, SEM_ID externalFlag);
 
 /**
@@ -86,6 +90,7 @@ unsigned int meqSize(SMultiEventQ *queue);
 /**
  * Looks at an event without receiving it.
  *
+ * @param queue  from meqCreate() or meqCreateX()
  * @param event  an event id
  * @param data   out: its data as stored, also when it is not queued; untouched for an id that is out of range
  * @retval 0   queued
@@ -95,7 +100,11 @@ unsigned int meqSize(SMultiEventQ *queue);
  */
 int meqSnoop(SMultiEventQ *queue, unsigned short event, unsigned int *data);
 
-/** Receives the oldest event without waiting: meqRecvX() with a time-out of 0. */
+/**
+ * Receives the oldest event without waiting: meqRecvX() with a time-out of 0.
+ *
+ * @blocking no    @locks the queues' lock    @context any thread
+ */
 int meqRecv(SMultiEventQ *queue, unsigned short *event, unsigned int *data);
 
 /**
@@ -103,6 +112,7 @@ int meqRecv(SMultiEventQ *queue, unsigned short *event, unsigned int *data);
  *
  * A receiver that finds nothing signalled takes what is being held back, so polling sees events at once.
  *
+ * @param queue    from meqCreate() or meqCreateX()
  * @param event    out: its id; untouched when nothing was signalled
  * @param data     out: its data, 0 for a queue of width 0; untouched unless an event is received
  * @param timeout  ticks; -1 waits without limit. With an external flag it never waits: the caller has waited on that.
@@ -113,18 +123,31 @@ int meqRecv(SMultiEventQ *queue, unsigned short *event, unsigned int *data);
  */
 int meqRecvX(SMultiEventQ *queue, unsigned short *event, unsigned int *data, int timeout);
 
-/** Sends an event: meqSendXY() with all bits compared and written, and no urgency. */
+/**
+ * Sends an event: meqSendXY() with all bits compared and written, and no urgency.
+ *
+ * @blocking no    @locks the queues' lock    @context any thread
+ */
 int meqSend(SMultiEventQ *queue, unsigned short event, unsigned int data);
 
-/** Sends an event with urgency: meqSendXY() with all bits compared and written. */
+/**
+ * Sends an event with urgency: meqSendXY() with all bits compared and written.
+ *
+ * @blocking no    @locks the queues' lock    @context any thread
+ */
 int meqSendY(SMultiEventQ *queue, unsigned short event, unsigned int data, int urgency);
 
-/** Sends an event under two masks: meqSendXY() without urgency. */
+/**
+ * Sends an event under two masks: meqSendXY() without urgency.
+ *
+ * @blocking no    @locks the queues' lock    @context any thread
+ */
 int meqSendX(SMultiEventQ *queue, unsigned short event, unsigned int data, unsigned int cmpMask, unsigned int wrMask);
 
 /**
  * Sends an event. One that is still queued is not queued again: its data is updated in place and nobody is woken.
  *
+ * @param queue    from meqCreate() or meqCreateX()
  * @param event    0 to one less than the queue's number of events
  * @param data     cut to the queue's width when stored
  * @param cmpMask  bits that count as a change of the data of an event that is still queued
@@ -158,8 +181,9 @@ SMsgQueueX *msgQxCreate(int maxMsgs, int maxMsgLength, int pendOption, int rxThr
                         SEM_ID externalFlag);
 
 /**
- * Creates a variable-length message queue; parameters and result as for msgQxCreate(), and:
+ * Creates a variable-length message queue whose blocked senders go on when it has drained far enough.
  *
+ * @copydetails msgQxCreate
  * @param txThreshold  once the queue was full, senders go on when it has drained to this many messages; above
  *                     @p maxMsgs it means @p maxMsgs, negative values are refused
  */
@@ -173,15 +197,24 @@ SMsgQueueX *msgQxCreateX(int maxMsgs, int maxMsgLength, int pendOption, int rxTh
  */
 void msgQxDelete(SMsgQueueX *queue);
 
-/** Returns the messages queued at some moment of the call, or 0 for null or another kind of queue; takes no lock. */
+/**
+ * Returns the messages queued at some moment of the call, or 0 for null or another kind of queue; takes no lock.
+ *
+ * @blocking no    @locks nothing    @context any thread
+ */
 int msgQxNumMsgs(SMsgQueueX *queue);
 
-/** Returns the bytes a queue occupies, or 0 for null or another kind of queue; takes no lock. */
+/**
+ * Returns the bytes a queue occupies, or 0 for null or another kind of queue; takes no lock.
+ *
+ * @blocking no    @locks nothing    @context any thread
+ */
 unsigned int msgQxSize(SMsgQueueX *queue);
 
 /**
  * Sends a message; its bytes are copied.
  *
+ * @param queue    from msgQxCreate() or msgQxCreateX()
  * @param msg      @p len bytes
  * @param len      0 to the queue's maximum length
  * @param timeout  ticks for which to wait for the senders' turn; only -1 also waits for room in a full queue
@@ -197,6 +230,7 @@ int msgQxSend(SMsgQueueX *queue, const char *msg, int len, int timeout, int flag
  *
  * A receiver that finds nothing signalled takes what is being held back, so polling sees messages at once.
  *
+ * @param queue    from msgQxCreate() or msgQxCreateX()
  * @param buf      room for @p maxLen bytes; untouched beyond those copied
  * @param maxLen   bytes wanted at most; negative ones are refused
  * @param timeout  ticks; -1 waits without limit. With an external flag it never waits: the caller has waited on that.
@@ -215,10 +249,18 @@ int msgQxRecv(SMsgQueueX *queue, char *buf, int maxLen, int timeout);
  */
 int baseQShow(SBaseQ *queue, int flag);
 
-/** Prints what baseQShow() prints and, for a multi-event queue, its own state; parameters and result as there. */
+/**
+ * Prints what baseQShow() prints and, for a multi-event queue, its own state; parameters and result as there.
+ *
+ * @blocking as the output does    @locks the queues' lock    @context any thread
+ */
 int meqShow(SMultiEventQ *queue, int flag);
 
-/** Prints what baseQShow() prints and, for a variable-length queue, its own state; parameters and result as there. */
+/**
+ * Prints what baseQShow() prints and, for a variable-length queue, its own state; parameters and result as there.
+ *
+ * @blocking as the output does    @locks the queues' lock    @context any thread
+ */
 int msgQxShow(SMsgQueueX *queue, int flag);
 
 extern SMsgQueueX *msg_q_x_test_id; /**< the queue of msg_q_x_test_start(); null until started */
@@ -471,6 +513,8 @@ public:
 /**
  * Exercises byte-order access, the memory functions and both kinds of queues, and prints what it finds on standard
  * output. Takes about ten seconds; needs kel_utils_init(), else it waits without end.
+ *
+ * @blocking yes    @locks the queues' lock    @context any thread, one at a time
  */
 void test_utils();
 

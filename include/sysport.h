@@ -312,6 +312,7 @@ public:
     /**
      * Writes an interface's name; the port need not be bound.
      *
+     * @param ifIndex  of any interface that the platform knows
      * @param buf  receives the zero-terminated name; an empty text when the call fails with a usable buffer
      * @param len  bytes of @p buf
      * @return @p buf; null when @p buf is null or @p len is 0 (nothing is touched), @p ifIndex is 0, the platform does
@@ -346,6 +347,7 @@ public:
      * and that counts as success.
      *
      * @param list  changed in place; null gives 0
+     * @param systemPort  a system port; a free one asks the platform for port instance 0
      * @retval 1  added, or its slot cannot be reserved
      * @retval 0  null list, or the platform does not know the port
      * @blocking for the map's lock    @locks mSem; nothing guards the list    @context any thread, one at a time a list

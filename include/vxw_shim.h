@@ -20,6 +20,7 @@
 #include <sys/socket.h>
 
 /* Lock annotations: checked by clang's -Wthread-safety in C++, nothing elsewhere. */
+/** @cond annotations */
 #if defined(__clang__) && defined(__cplusplus)
 #define KEL_THREAD_ANNOTATION(x) __attribute__((x))
 #else
@@ -33,6 +34,7 @@
 #define KEL_ACQUIRE(sem) KEL_THREAD_ANNOTATION(acquire_capability(sem))
 #define KEL_RELEASE(sem) KEL_THREAD_ANNOTATION(release_capability(sem))
 #define KEL_UNCHECKED_LOCKING KEL_THREAD_ANNOTATION(no_thread_safety_analysis)
+/** @endcond */
 
 #pragma GCC visibility push(default)
 #ifdef __cplusplus
@@ -41,7 +43,7 @@ extern "C" {
 
 /* Constants that ported code spells; enumerators, because a macro OK or ERROR breaks other headers. */
 #ifndef KEL_NO_VX_NAMES
-typedef int STATUS;
+typedef int STATUS; /**< OK or ERROR, in the interface that ported code was written against */
 enum {
 #ifndef OK
     OK = 0,
@@ -94,7 +96,7 @@ struct KEL_CAPABILITY("semaphore") mutex_sem {
     int kind;   /**< 0 mutual exclusion, 1 binary, 2 counting; set at creation */
     void *impl; /**< heap pthread_mutex_t (kind 0) or sem_t (kinds 1 and 2); owned */
 };
-typedef struct mutex_sem *SEM_ID;
+typedef struct mutex_sem *SEM_ID; /**< the handle of a semaphore */
 
 /** A record that nothing reads or writes; it stays because processes linked earlier import its name. */
 extern struct mutex_sem mutex_sem_t;
@@ -298,12 +300,12 @@ union packet_info {
         uint8_t specific_destination[4];
         uint8_t address[4];
         uint8_t zero[8];
-    } ipv4;
+    } ipv4; /**< of an IPv4 packet */
     struct {
         uint8_t address[16];
         uint32_t ifindex;
-    } ipv6;
-    uint8_t bytes[20];
+    } ipv6;            /**< of an IPv6 packet */
+    uint8_t bytes[20]; /**< of either */
 };
 
 /**

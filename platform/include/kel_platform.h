@@ -23,7 +23,7 @@
 extern "C" {
 #endif
 
-typedef uint32_t portInstance_t;
+typedef uint32_t portInstance_t; /**< the platform's handle of an interface; 0 none */
 
 /** A physical interface or a trunk. */
 typedef struct pif_ {
@@ -38,7 +38,7 @@ typedef struct pif_ {
 /** A set of ports, as the platform passes it around. Port p of a slot is bit (p - 1) % 32, counted from the most
  * significant, of word (offset - 1) + ((p - 1) / 32) % 4. */
 typedef struct portlist_t {
-    uint8_t header[4];
+    uint8_t header[4];       /**< the platform's own; the library leaves it alone */
     uint8_t slotOffset[256]; /**< by slot number: 1-based index of the slot's first word; 0 none reserved */
     uint32_t words[4 * 64];  /**< 4 words (128 ports) a reserved slot */
 } portlist_t;
@@ -85,6 +85,7 @@ int getPifByPortInstance(portInstance_t trunk, pif_ **record);
 int isPortMasterOfTrunk(const pif_ *record);
 
 /** Walks the ports of a list in the order of their port instances. Called by getSystemPortsFromPortList().
+ * @param list      a list
  * @param previous  the port instance found last; 0xFFFFFFFF starts
  * @return the next port instance; 0xFFFFFFFF at the end */
 portInstance_t PORTLIST_GETNEXTPORT(portlist_t *list, portInstance_t previous);
@@ -96,6 +97,8 @@ unsigned plRsrvSlotBitOffset(portlist_t *list, unsigned slot, const pif_ *record
 
 /** Opens a trace buffer that keeps the latest @p size bytes of lines. Called by the port map's constructor, once a
  * table.
+ * @param name   of the buffer
+ * @param size   bytes of lines it keeps
  * @param flags  0
  * @return a handle for emsTraceLogf(); null is passed on as it is */
 void *emsInitTraceBuffer(const char *name, unsigned size, int flags);
@@ -106,7 +109,8 @@ void emsTraceLogf(void *buffer, int level, const char *format, ...) __attribute_
 
 /** Shows a text on a management command-line session. Called by dbgCliPrint(), so also in the middle of the
  * port map's dump, and at its end. Must not block for long, however slow the session is.
- * @param cli  the session; never 0
+ * @param cli   the session; never 0
+ * @param text  zero-terminated
  * @return ignored */
 int cmNotifyCLI(int cli, const char *text);
 

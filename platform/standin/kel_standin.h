@@ -69,19 +69,19 @@ static inline portInstance_t kelStandinTrunkInstance(unsigned number)
 
 /** All that is kept about a slot port or a trunk; a copy, never changed later. */
 typedef struct kelStandinPort {
-    portInstance_t portInstance;
-    uint32_t ifIndex;
-    portInstance_t trunk;  /**< slot ports: the trunk this is a member of; 0 none */
-    portInstance_t master; /**< trunks: the member that stands for the trunk; 0 while there is no member */
-    uint16_t slot;
-    uint16_t port;
-    int linkUp;           /**< 1 up, 0 down */
-    uint32_t mtu;         /**< bytes; 0 unknown */
-    uint64_t linkChanges; /**< link changes since the port appeared */
-    int64_t lastChange;   /**< when the port appeared or its link changed last: ns since 1970-01-01 UTC */
-    uint8_t mac[6];       /**< all zero when unknown */
-    char name[KEL_STANDIN_NAME_SIZE];
-    char description[KEL_STANDIN_DESCRIPTION_SIZE];
+    portInstance_t portInstance;      /**< of the port or trunk */
+    uint32_t ifIndex;                 /**< SNMP interface index */
+    portInstance_t trunk;             /**< slot ports: the trunk this is a member of; 0 none */
+    portInstance_t master;            /**< trunks: the member that stands for the trunk; 0 while there is no member */
+    uint16_t slot;                    /**< KEL_STANDIN_TRUNK_SLOT for trunks */
+    uint16_t port;                    /**< within the slot; a trunk's number */
+    int linkUp;                       /**< 1 up, 0 down */
+    uint32_t mtu;                     /**< bytes; 0 unknown */
+    uint64_t linkChanges;             /**< link changes since the port appeared */
+    int64_t lastChange;               /**< when the port appeared or its link changed last: ns since 1970-01-01 UTC */
+    uint8_t mac[6];                   /**< all zero when unknown */
+    char name[KEL_STANDIN_NAME_SIZE]; /**< zero-terminated */
+    char description[KEL_STANDIN_DESCRIPTION_SIZE]; /**< zero-terminated */
 } kelStandinPort;
 
 /**
@@ -114,6 +114,7 @@ int kelStandinAddTrunk(unsigned number, const char *name, uint32_t ifIndex, cons
  * look-up that several records answer gives the one with the lowest port instance.
  *
  * @param record  copied; its portInstance must not be 0
+ * @param name    may be empty or null (empty)
  * @return 0, EINVAL, EEXIST (the port instance is there), EBUSY, ENOMEM
  * @locks inventory    @context any thread; calls the listener
  */
@@ -157,7 +158,8 @@ int kelStandinSetMaster(portInstance_t trunk, portInstance_t member);
 /**
  * Sets the link state; the listener hears of a change, and only of a change.
  *
- * @param up  0 down, anything else up
+ * @param instance  a port or a trunk
+ * @param up        0 down, anything else up
  * @return 0, ENOENT
  * @locks inventory    @context any thread; calls the listener
  */
@@ -189,6 +191,7 @@ portInstance_t kelStandinFindPort(const char *name);
  * Copies all ports and trunks, as they are at one moment, in the order of their port instances.
  *
  * @param ports  room for @p max; may be null when @p max is 0
+ * @param max    records that @p ports has room for
  * @return how many there are, which may be more than @p max
  * @locks inventory    @context any thread
  */
@@ -206,10 +209,10 @@ void kelStandinReset(void);
 
 /** Who hears of ports; any function may be null. Called on the thread that makes the change, with no lock held. */
 typedef struct kelStandinListener {
-    void (*appeared)(void *user, portInstance_t instance);    /**< the port is in the inventory */
-    void (*disappeared)(void *user, portInstance_t instance); /**< the port is still in the inventory */
-    void (*linkChanged)(void *user, portInstance_t instance, int up);
-    void *user; /**< handed to each of them */
+    void (*appeared)(void *user, portInstance_t instance);            /**< the port is in the inventory */
+    void (*disappeared)(void *user, portInstance_t instance);         /**< the port is still in the inventory */
+    void (*linkChanged)(void *user, portInstance_t instance, int up); /**< up: 0 down, 1 up */
+    void *user;                                                       /**< handed to each of them */
 } kelStandinListener;
 
 /**
@@ -276,7 +279,9 @@ typedef int (*kelStandinTraceReader)(void *user, int64_t time, const char *text)
  * Hands the lines of a trace buffer to @p reader, the oldest first, up to the line that is the newest at the start.
  * Lines that are dropped meanwhile are passed over. No lock is held while the reader runs.
  *
- * @param name  as given to emsInitTraceBuffer()
+ * @param name    as given to emsInitTraceBuffer()
+ * @param reader  gets each line
+ * @param user    handed to the reader
  * @return how many lines were handed over; -1 when there is no such buffer
  * @locks the trace buffer    @context any thread
  */
@@ -302,6 +307,7 @@ int kelStandinOpenSession(int socket);
  *
  * @param sink  gets each text (not zero-terminated) on the thread of cmNotifyCLI(), with the session's lock held, so it
  *              must not call session functions; returns 0, or anything else to make the session dead
+ * @param user  handed to the function
  * @return as kelStandinOpenSession()
  * @locks sessions    @context any thread
  */
@@ -363,6 +369,7 @@ typedef struct kelStandinFault {
 /**
  * Troubles a call, or lets it go well again when @p fault is null. One fault a call; a new one replaces the earlier.
  *
+ * @param call   which one
  * @param fault  copied
  * @return 0, EINVAL (no such call)
  * @locks faults    @context any thread
