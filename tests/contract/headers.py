@@ -1,30 +1,36 @@
 #!/usr/bin/env python3
-"""Each public header compiles alone and after all others, without a warning, in every language it is written for."""
+"""Each public header compiles alone, after all others and after those of other libraries, without a warning, in every
+language it is written for."""
+import concurrent.futures
 import itertools
 import pathlib
 import subprocess
 import sys
 
-C_HEADERS = {"vxw_shim.h", "queues.h", "sysport.h", "ipaddr.h", "kel_platform.h"}
+C_HEADERS = {"vxw_shim.h", "queues.h", "sysport.h", "ipaddr.h", "kel_platform.h", "kel_standin.h"}
 C_STANDARDS = ["c99", "c11", "gnu17", "c2x"]
 CXX_STANDARDS = ["c++11", "c++14", "c++17", "c++20", "c++2b"]
 WARNINGS = ["-Wall", "-Wextra", "-Wpedantic", "-Wconversion", "-Wshadow", "-Werror", "-fsyntax-only"]
-# Headers of other libraries define macros such as OK and ERROR.
+# Headers of other libraries bring macros such as OK and ERROR, and their own idea of a bit set or a queue.
+FOREIGN = {"c": ["leveldb/c.h", "ncurses.h"],
+           "c++": ["leveldb/db.h", "leveldb/write_batch.h", "glog/logging.h", "ncurses.h"]}
 VARIANTS = [[], ["-DKEL_NO_VX_NAMES"], ["-DOK=0", "-DERROR=-1", "-DWAIT_FOREVER=-1"]]
 
 
 def main():
-    folders = [pathlib.Path(folder) for folder in sys.argv[1:]]
-    headers = sorted(header for folder in folders for header in folder.glob("*.h"))
+    places = [pathlib.Path(place) for place in sys.argv[1:]] # folders of headers, and single headers
+    headers = sorted(header for place in places for header in ([place] if place.is_file() else place.glob("*.h")))
+    folders = dict.fromkeys(header.parent for header in headers)
     searched = [f"-I{folder}" for folder in folders]
-    wrong, compiled = [], 0
+    jobs = []
 
     def compile_text(command, text, what):
-        nonlocal compiled
-        compiled += 1
+        jobs.append((command, text, what))
+
+    def complaint(job):
+        command, text, what = job
         result = subprocess.run([*command, *WARNINGS, *searched, "-"], input=text, capture_output=True, text=True)
-        if result.returncode != 0:
-            wrong.append(f"{what}: {' '.join(command)}\n{result.stderr}")
+        return f"{what}: {' '.join(command)}\n{result.stderr}" if result.returncode != 0 else ""
 
     for compiler, language, standards in [("gcc", "c", C_STANDARDS), ("clang", "c", C_STANDARDS),
                                           ("g++", "c++", CXX_STANDARDS), ("clang++", "c++", CXX_STANDARDS)]:
@@ -38,8 +44,14 @@ def main():
             back = "".join(f"#include <{header.name}>\n" for header in reversed(wanted))
             compile_text(command, order, "all, in order")
             compile_text(command, back, "all, backwards")
-    print("\n".join(wrong) or f"{compiled} compilations of {len(headers)} headers")
-    return 1 if wrong or not compiled else 0
+            if variant == []:
+                foreign = "".join(f"#include <{name}>\n" for name in FOREIGN[language])
+                compile_text(command, foreign + order, "all, after other libraries'")
+                compile_text(command, foreign + back, "all backwards, after other libraries'")
+    with concurrent.futures.ThreadPoolExecutor(max_workers=2) as workers:
+        wrong = list(filter(None, workers.map(complaint, jobs)))
+    print("\n".join(wrong) or f"{len(jobs)} compilations of {len(headers)} headers")
+    return 1 if wrong or not jobs else 0
 
 
 sys.exit(main())
