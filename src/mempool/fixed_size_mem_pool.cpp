@@ -9,6 +9,7 @@
 #include "mempool.h"
 
 #include "mempool/remaining_ticks.h"
+#include "vxw_shim/probe.h"
 #include "vxw_shim/tick_deadline.h"
 #include "vxw_shim/unlocked_access.h"
 
@@ -156,13 +157,15 @@ void *vxFixedSizeMemPool::vxAlloc(int timeout)
     for (;;) {
         {
             const ListLock lock(listLock);
-            if (unsigned char *block = vxRemoveNode())
+            if (unsigned char *block = vxRemoveNode()) {
+                KEL_PROBE(pool_allocate, this, block);
                 return block;
+            }
         }
-        if (wait < 1 && wait != WAIT_FOREVER)
+        if ((wait < 1 && wait != WAIT_FOREVER) || semTake(availSem, static_cast<uint32_t>(wait)) != 0) {
+            KEL_PROBE(pool_fail, this, timeout);
             return nullptr;
-        if (semTake(availSem, static_cast<uint32_t>(wait)) != 0)
-            return nullptr;
+        }
         if (wait == WAIT_FOREVER)
             continue;
         last = remainingTicks(deadline, last, tickGet());

@@ -9,6 +9,7 @@
 // Arithmetic: times wrap at 32 bits, so it is done unsigned and converted.
 #include "queues/aging_list.h"
 
+#include "vxw_shim/probe.h"
 #include "vxw_shim/tick_deadline.h"
 
 #include <algorithm>
@@ -107,6 +108,7 @@ SBaseQ *expireHead(SBaseQ *chain) KEL_REQUIRES(SBaseQ::lockSem)
     SBaseQ::head = queue.ageNext;
     if (SBaseQ::head != nullptr)
         SBaseQ::head->agePrev = nullptr;
+    KEL_PROBE(aging_expire, &queue, queue.delayedGives);
     queue.aging = false;
     queue.expired = true;
     queue.ageTtl = 0;
@@ -151,6 +153,7 @@ bool insert(SBaseQ &queue)
     } else {
         linkByExpiry(queue);
     }
+    KEL_PROBE(aging_start, &queue, queue.maxDelay);
     queue.aging = true;
     queue.delayedGives = sum(queue.delayedGives, 1);
     return sleepsTooLong;
@@ -161,6 +164,7 @@ bool insert(SBaseQ &queue)
 void remove(SBaseQ &queue)
 {
     assert(queue.aging && !queue.expired);
+    KEL_PROBE(aging_stop, &queue, queue.delayedGives);
     SBaseQ *const before = queue.agePrev;
     SBaseQ *const behind = queue.ageNext;
     if (before != nullptr && behind != nullptr) {

@@ -9,6 +9,7 @@
 // Cost:       one copy in, one copy out; nothing is allocated after construction.
 #include "queues/signalling.h"
 #include "queues/type_mark.h"
+#include "vxw_shim/probe.h"
 #include "vxw_shim/sem_lock.h"
 
 #include <algorithm>
@@ -102,8 +103,10 @@ bool takeTurn(const SMsgQueueX &queue, int timeout)
 int store(SMsgQueueX &queue, const char *msg, int len, int timeout, bool toFront) KEL_REQUIRES(SBaseQ::lockSem)
 {
     const bool stored = toFront ? putFirst(queue, msg, len) : putLast(queue, msg, len);
-    if (stored)
+    if (stored) {
+        KEL_PROBE(msg_send, &queue, len);
         writeUnlocked(queue.empty, 0);
+    }
     const bool tookTurn = timeout != 0;
     if (queues::isFull(queue))
         writeUnlocked(queue.txBlocking, true);
@@ -117,6 +120,7 @@ int takeFirst(SMsgQueueX &queue, char *buf, int maxLen) KEL_REQUIRES(SBaseQ::loc
 {
     const int len = std::min<int>(queue.msgLen[queue.pRead], maxLen);
     copyBytes(buf, slotBytes(queue, queue.pRead), len);
+    KEL_PROBE(msg_receive, &queue, len);
     writeUnlocked(queue.pRead, queues::nextSlot(queue, queue.pRead));
     if (queue.pRead == queue.pWrite)
         writeUnlocked(queue.empty, 1);
@@ -170,14 +174,17 @@ int SMsgQueueX::sendQ(const char *msg, int len, int timeout, int front)
 {
     if (len < 0 || len > maxMsgLength || msgQ == nullptr)
         return Failed;
-    if (!takeTurn(*this, timeout))
+    if (!takeTurn(*this, timeout)) {
+        KEL_PROBE(msg_full, this, len);
         return Failed;
+    }
     for (;;) {
         {
             SemLock hold(lockSem);
             if (!queues::isFull(*this))
                 return store(*this, msg, len, timeout, front == 1);
             writeUnlocked(txBlocking, true);
+            KEL_PROBE(msg_full, this, len);
         }
         if (timeout != WithoutLimit || semTake(sendFlag, vxw_shim::WaitForever) != 0)
             return Failed;

@@ -7,6 +7,7 @@
 // Cost:       constant for each call; nothing is allocated after construction.
 #include "queues/signalling.h"
 #include "queues/type_mark.h"
+#include "vxw_shim/probe.h"
 #include "vxw_shim/sem_lock.h"
 
 #include "bitset.h"
@@ -122,9 +123,11 @@ int SMultiEventQ::send(unsigned short event, unsigned int data, unsigned int cmp
         return Failed;
     SemLock hold(lockSem);
     if (isPending(*this, event)) {
+        KEL_PROBE(event_coalesce, this, event, data);
         mergeInto(*this, event, data, cmpMask, wrMask);
         return Done;
     }
+    KEL_PROBE(event_send, this, event, data);
     append(*this, event, data & wrMask);
     queues::signalSent(*this, urgency >= urgent);
     return Done;
@@ -150,6 +153,7 @@ int SMultiEventQ::recvQ(unsigned short &event, unsigned int &data)
         return Failed;
     data = readData(event);
     const int result = pendingResult(*this, event);
+    KEL_PROBE(event_receive, this, event, data);
     removeFirst(*this, event);
     return result;
 }

@@ -11,6 +11,7 @@
 #include "port_trace.h"
 
 #include "bitset.h"
+#include "vxw_shim/probe.h"
 #include "vxw_shim/sem_lock.h"
 #include "vxw_shim/unlocked_access.h"
 
@@ -131,6 +132,7 @@ uint32_t kelSysPortUtil::addPortInst(uint32_t portInst)
     record = {portInst, systemPort, bucket};
     bucket = &record;
     usedSystemPort->setBit(systemPort);
+    KEL_PROBE(port_add, portInst, systemPort);
     return systemPort;
 }
 
@@ -156,6 +158,7 @@ uint32_t kelSysPortUtil::delPortInst(uint32_t portInst)
     // (PortTable.DeleteOfAnUnboundInstanceInABucketWithOthersReturns0AndChangesNothing).
     portRecords[systemPort] = {};
     usedSystemPort->clrBit(systemPort);
+    KEL_PROBE(port_delete, portInst, systemPort);
     return systemPort;
 }
 

@@ -11,6 +11,7 @@
 #include "vxw_shim.h"
 
 #include "vxw_shim/assertion.h"
+#include "vxw_shim/probe.h"
 #include "vxw_shim/tick_deadline.h"
 
 #include <errno.h>
@@ -195,8 +196,11 @@ int msgQSend(MSG_Q_ID q, const void *message, unsigned int bytes, unsigned int t
     const bool sent = bytes <= static_cast<uint32_t>(q->max_data_len) && waitUntil(hasRoom, q, &q->notFull, timeout) &&
                       addEntry(q, message, bytes);
     pthread_mutex_unlock(&q->lock);
-    if (!sent)
+    if (!sent) {
+        KEL_PROBE(msg_full, q, bytes);
         return NotSent;
+    }
+    KEL_PROBE(msg_send, q, bytes);
     pthread_cond_broadcast(&q->notEmpty);
     return Sent;
 }
@@ -208,8 +212,10 @@ unsigned int msgQReceive(MSG_Q_ID q, void *buffer, unsigned int size, unsigned i
     const bool received = waitUntil(hasMessage, q, &q->notEmpty, timeout);
     const uint32_t copied = received ? removeEntry(q, buffer, size) : NothingReceived;
     pthread_mutex_unlock(&q->lock);
-    if (received)
+    if (received) {
+        KEL_PROBE(msg_receive, q, copied);
         pthread_cond_broadcast(&q->notFull);
+    }
     return copied;
 }
 

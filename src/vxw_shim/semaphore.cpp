@@ -7,6 +7,7 @@
 #include "vxw_shim.h"
 
 #include "vxw_shim/assertion.h"
+#include "vxw_shim/probe.h"
 #include "vxw_shim/tick_deadline.h"
 
 #include <errno.h>
@@ -104,6 +105,16 @@ int takeCount(sem_t *count, uint32_t timeout)
     return result == 0 ? 0 : errno;
 }
 
+// Tells tracers how a take of `timeout` ticks ended; returns its result.
+int traced(int result, SEM_ID sem, uint32_t timeout)
+{
+    if (result == 0)
+        KEL_PROBE(sem_take, sem, sem->kind);
+    else
+        KEL_PROBE(sem_timeout, sem, sem->kind, result, timeout);
+    return result;
+}
+
 int giveCount(sem_t *count)
 {
     if (count == nullptr)
@@ -162,6 +173,7 @@ int semGive(SEM_ID sem)
         printf("%s: error giving sem\n", "semGive");
         return EINVAL;
     }
+    KEL_PROBE(sem_give, sem, sem->kind);
     switch (sem->kind) {
     case MutualExclusion:
         return mutexOf(sem) == nullptr ? EINVAL : pthread_mutex_unlock(mutexOf(sem));
@@ -181,10 +193,10 @@ int semTake(SEM_ID sem, unsigned int timeout)
     }
     switch (sem->kind) {
     case MutualExclusion:
-        return takeMutex(mutexOf(sem), timeout);
+        return traced(takeMutex(mutexOf(sem), timeout), sem, timeout);
     case Binary:
     case Counting:
-        return takeCount(countOf(sem), timeout);
+        return traced(takeCount(countOf(sem), timeout), sem, timeout);
     default:
         vxw_shim::endProcess(vxw_shim::UnknownKindTaken);
     }

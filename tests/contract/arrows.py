@@ -4,7 +4,7 @@ import pathlib
 import re
 import sys
 
-PRIVATE = {"vxw_shim/sem_lock.h", "vxw_shim/tick_deadline.h", "vxw_shim/unlocked_access.h"}
+PRIVATE = {"vxw_shim/sem_lock.h", "vxw_shim/tick_deadline.h", "vxw_shim/unlocked_access.h", "vxw_shim/probe.h"}
 PUBLIC = {"vxw_shim.h", "queues.h", "ipaddr.h", "deltalist.h", "mempool.h", "bitset.h", "mgmt_types.h", "sysport.h"}
 PLATFORM = "kel_platform.h"
 STANDIN = "kel_standin.h"
