@@ -3,7 +3,7 @@
 // Policy:     only octets in use are looked at; bits behind them are clear.
 // Locking:    none; callers serialise access to one object.
 // Invariants: those of the octet string.
-// Cost:       one step an octet.
+// Cost:       one step an octet; a count eight octets at once.
 #include "mgmt_types.h"
 
 #include <algorithm>
@@ -14,6 +14,7 @@
 namespace
 {
 constexpr unsigned int BitsEach = 8;
+constexpr int EightOctets = sizeof(uint64_t);
 
 uint64_t bitsInUse(SuBITS const &set)
 {
@@ -31,6 +32,17 @@ constexpr uint8_t upTo(uint8_t octet, unsigned int last)
 {
     return static_cast<uint8_t>(octet & ~(0x7FU >> last));
 }
+
+// Sums of 2, of 4, of 8 bits side by side; the multiplication adds the eight octets up in the top one. The compiler's
+// own count is a library call on x86-64.
+constexpr unsigned int onesIn(uint64_t octets)
+{
+    octets -= octets >> 1 & 0x5555555555555555;
+    octets = (octets & 0x3333333333333333) + (octets >> 2 & 0x3333333333333333);
+    octets = (octets + (octets >> 4)) & 0x0F0F0F0F0F0F0F0F;
+    return static_cast<unsigned int>(octets * 0x0101010101010101 >> 56);
+}
+static_assert(onesIn(UINT64_MAX) == 64 && onesIn(0x8000000000000001) == 2);
 
 constexpr unsigned int firstBit(uint8_t octet)
 {
@@ -66,10 +78,16 @@ bool SuBITS::bitsAreSet() const
 
 int SuBITS::numBitsSet() const
 {
-    int count = 0;
-    for (int i = 0; i < os.len; i++)
-        count += std::popcount(os.ptr[i]);
-    return count;
+    unsigned int count = 0;
+    int i = 0;
+    for (; os.len - i >= EightOctets; i += EightOctets) {
+        uint64_t octets;
+        memcpy(&octets, os.ptr + i, EightOctets);
+        count += onesIn(octets);
+    }
+    for (; i < os.len; i++)
+        count += onesIn(os.ptr[i]);
+    return static_cast<int>(count);
 }
 
 // Kept: 0 is success in both searches, the other way round than a truth value, and a search that fails moves `pos` to

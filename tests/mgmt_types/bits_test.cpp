@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include <climits>
 #include <random>
 #include <vector>
@@ -157,6 +159,24 @@ std::vector<unsigned char> randomOctets(std::mt19937 &random)
             octet = static_cast<unsigned char>(random());
     }
     return octets;
+}
+// The count takes eight octets at once: what is left over must be counted too, and nothing behind it.
+TEST(BitsCount, EveryLengthAndEveryOctetValueIsCounted)
+{
+    for (unsigned highest = 7; highest < 256; highest += 8) {
+        SuBITS bits(static_cast<unsigned char>(highest));
+        int expected = 0;
+        for (int i = 0; i < bits.os.len; i++) {
+            bits.os.ptr[i] = static_cast<unsigned char>(37 * i + static_cast<int>(highest));
+            for (int bit = 0; bit < 8; bit++)
+                expected += bits.os.ptr[i] >> bit & 1;
+        }
+        ASSERT_EQ(expected, bits.numBitsSet()) << bits.os.len << " octets";
+        memset(bits.os.ptr, 0xFF, static_cast<size_t>(bits.os.len));
+        ASSERT_EQ(8 * bits.os.len, bits.numBitsSet());
+        bits.os.len--;
+        ASSERT_EQ(8 * bits.os.len, bits.numBitsSet()) << "octets that are allocated but not in use";
+    }
 }
 } // namespace
 
