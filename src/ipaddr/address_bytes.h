@@ -19,6 +19,11 @@ constexpr uint32_t loadBigEndian32(const unsigned char *from)
     return uint32_t{from[0]} << 24 | uint32_t{from[1]} << 16 | uint32_t{from[2]} << 8 | uint32_t{from[3]};
 }
 
+constexpr uint32_t loadLittleEndian32(const unsigned char *from)
+{
+    return uint32_t{from[3]} << 24 | uint32_t{from[2]} << 16 | uint32_t{from[1]} << 8 | uint32_t{from[0]};
+}
+
 constexpr void storeBigEndian32(unsigned char *to, uint32_t value)
 {
     to[0] = static_cast<unsigned char>(value >> 24);

@@ -21,11 +21,6 @@ constexpr int V6Length = Ipv6Bytes;
 constexpr int V6ZonedLength = V6Length + ZoneBytes;
 constexpr int RangeOverflow = 2;
 
-constexpr uint32_t loadLittleEndian32(const unsigned char *from)
-{
-    return uint32_t{from[3]} << 24 | uint32_t{from[2]} << 16 | uint32_t{from[1]} << 8 | uint32_t{from[0]};
-}
-
 constexpr uint64_t loadBigEndian64(const unsigned char *from)
 {
     return uint64_t{loadBigEndian32(from)} << 32 | loadBigEndian32(from + 4);

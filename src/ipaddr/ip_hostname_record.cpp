@@ -50,8 +50,7 @@ int64_t recordBytes(const CIpHostname &host)
 void copyReversedGroups(unsigned char *to, const unsigned char *from, int groups)
 {
     for (int group = 0; group < groups; group++, to += GroupBytes, from += GroupBytes)
-        for (int i = 0; i < GroupBytes; i++)
-            to[i] = from[GroupBytes - 1 - i];
+        storeBigEndian32(to, loadLittleEndian32(from));
 }
 
 void writeAddress(const CIpAddress &address, unsigned char *to)
