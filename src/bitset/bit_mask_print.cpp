@@ -1,12 +1,13 @@
 // bit_mask_print.cpp: CBitMask on standard output, and its self-test.
 //
 // Policy:     people and field scripts read these texts; every byte stays. Both prints share the header fields.
-// Locking:    none. One call is many writes, so lines of other threads may come between.
+// Locking:    none. One call is several writes, so text of other threads may come between.
 // Invariants: runs come from findSetBit() and findClrBit() of the object, so a derived class's override is honoured.
-// Cost:       one formatted write a run or word.
+// Cost:       one write for some hundred characters; nothing allocates.
 #include "bitset.h"
 
 #include "bitset/mask_words.h"
+#include "bitset/text_batch.h"
 
 #include <kel_platform.h>
 
@@ -66,20 +67,20 @@ public:
         left_ = room_;
     }
 
-    void indent() const
+    void indent(TextBatch &text) const
     {
         for (int64_t i = 0; i < indent_; ++i)
-            putchar(' ');
+            text.add(' ');
     }
 
     // Accounts for `printed` characters; starts a new line when no more than `atMost` are left.
-    void advance(int printed, int64_t atMost)
+    void advance(TextBatch &text, size_t printed, int64_t atMost)
     {
-        left_ -= printed;
+        left_ -= static_cast<int64_t>(printed);
         if (left_ > atMost)
             return;
-        putchar('\n');
-        indent();
+        text.add('\n');
+        indent(text);
         left_ = room_;
     }
 
@@ -92,18 +93,51 @@ private:
 void displayWords(const CBitMask &mask, WrappedLine line)
 {
     constexpr int64_t oneWord = 9; // "%08X "
-    line.indent();
-    for (unsigned i = 0; i < mask.numWords; ++i)
-        line.advance(printf("%08X ", mask.maskPtr[i]), oneWord);
+    TextBatch text;
+    line.indent(text);
+    for (unsigned i = 0; i < mask.numWords; ++i) {
+        text.addWord(mask.maskPtr[i]);
+        line.advance(text, oneWord, oneWord);
+    }
 }
 
 void displayRuns(const CBitMask &mask, WrappedLine line)
 {
     const int64_t longestRun = 2 * (int64_t{decimalDigits(bitsOf(mask))} + 1); // "first-last,"
+    TextBatch text;
     forEachRun(mask, [&](unsigned first, unsigned last) {
-        const int printed = first < last ? printf("%u-%u,", first, last) : printf("%u,", first);
-        line.advance(printed, longestRun);
+        const size_t before = text.length();
+        text.addNumber(first);
+        if (first < last) {
+            text.add('-');
+            text.addNumber(last);
+        }
+        text.add(',');
+        line.advance(text, text.length() - before, longestRun);
     });
+}
+void printRuns(const CBitMask &mask)
+{
+    TextBatch text;
+    forEachRun(mask, [&](unsigned first, unsigned last) {
+        text.add('[');
+        text.addNumber(first);
+        if (first < last) {
+            text.add("..");
+            text.addNumber(last);
+        }
+        text.add("],");
+    });
+}
+
+void printWords(const CBitMask &mask)
+{
+    TextBatch text;
+    for (unsigned i = 0; i < mask.numWords; ++i) {
+        text.addWord(mask.maskPtr[i]);
+        if (i % 8 == 7)
+            text.add('\n');
+    }
 }
 } // namespace
 
@@ -126,18 +160,9 @@ int printCBitMask(CBitMask const *mask, bool ranges)
     }
     printHeader(*mask);
     if (ranges) {
-        forEachRun(*mask, [](unsigned first, unsigned last) {
-            if (first < last)
-                printf("[%u..%u],", first, last);
-            else
-                printf("[%u],", first);
-        });
+        printRuns(*mask);
     } else {
-        for (unsigned i = 0; i < mask->numWords; ++i) {
-            printf("%08X ", mask->maskPtr[i]);
-            if (i % 8 == 7)
-                putchar('\n');
-        }
+        printWords(*mask);
     }
     return putchar('\n');
 }

@@ -1,13 +1,14 @@
 // bit_matrix_print.cpp: CBitMatrix on standard output.
 //
 // Policy:     people and field scripts read these texts; every byte stays.
-// Locking:    none. One call is many writes, so lines of other threads may come between.
+// Locking:    none. One call is several writes, so text of other threads may come between.
 // Invariants: printing ends, whatever the spare columns hold.
-// Cost:       one formatted write a run or word.
+// Cost:       one write for some hundred characters; nothing allocates.
 #include "bitset.h"
 
 #include "bitset/mask_words.h"
 #include "bitset/matrix_words.h"
+#include "bitset/text_batch.h"
 
 #include <cstdio>
 
@@ -33,16 +34,27 @@ void printHeader(const CBitMatrix &matrix)
 // Lines of eight words are counted over the whole storage, so they do not start anew with a row.
 void printWords(const CBitMatrix &matrix)
 {
+    TextBatch text;
     for (size_t i = 0, n = wordsOf(matrix); i < n; ++i) {
-        if (i % matrix.wordsPerRow == 0)
-            printf("Row %d\n", static_cast<int>(i / matrix.wordsPerRow));
-        printf("%08X ", matrix.maskPtr[i]);
+        if (i % matrix.wordsPerRow == 0) {
+            text.add("Row ");
+            text.addNumber(static_cast<int>(i / matrix.wordsPerRow));
+            text.add('\n');
+        }
+        text.addWord(matrix.maskPtr[i]);
         if (i % 8 == 7)
-            putchar('\n');
+            text.add('\n');
     }
 }
 
-void printRuns(const CBitMatrix &matrix, unsigned row)
+void addPlace(TextBatch &text, unsigned column, unsigned row)
+{
+    text.addNumber(column);
+    text.add(',');
+    text.addNumber(row);
+}
+
+void printRuns(TextBatch &text, const CBitMatrix &matrix, unsigned row)
 {
     for (unsigned first = matrix.findRowSetBit(row, 0, false); first != bitNotFound;) {
         unsigned end = matrix.findRowClrBit(row, first, false);
@@ -50,10 +62,13 @@ void printRuns(const CBitMatrix &matrix, unsigned row)
             end = matrix.numColumns;
         if (end <= first)
             return; // only spare columns that are set to the last are left
-        if (end - first > 1)
-            printf("[%u,%u..%u,%u],", first, row, end - 1, row);
-        else
-            printf("[%u,%u],", first, row);
+        text.add('[');
+        addPlace(text, first, row);
+        if (end - first > 1) {
+            text.add("..");
+            addPlace(text, end - 1, row);
+        }
+        text.add("],");
         first = matrix.findRowSetBit(row, end, false);
     }
 }
@@ -67,8 +82,9 @@ void printCBitMatrix(CBitMatrix const *m, bool ranges)
     }
     printHeader(*m);
     if (ranges) {
+        TextBatch text;
         for (unsigned row = 0; row < m->numRows; ++row)
-            printRuns(*m, row);
+            printRuns(text, *m, row);
     } else {
         printWords(*m);
     }

@@ -30,6 +30,28 @@ CBitMask sample()
     mask.setBit(5);
     return mask;
 }
+// More text than is gathered before it is written out.
+TEST(BitMaskPrint, LongTextsComeOutWholeAndInOrder)
+{
+    CBitMask mask(4096);
+    std::string runs;
+    std::string ranges;
+    for (unsigned bit = 0; bit < 4096; bit += 4) {
+        mask.set(2 - bit / 4 % 2, bit);
+        const std::string first = std::to_string(bit);
+        const std::string last = std::to_string(bit + 1);
+        runs += bit / 4 % 2 == 0 ? first + "-" + last + "," : first + ",";
+        ranges += bit / 4 % 2 == 0 ? "[" + first + ".." + last + "]," : "[" + first + "],";
+    }
+    EXPECT_EQ(runs + "\n", printedBy([&] { mask.display(false, 1000000, 0); }));
+    const std::string shown = printedBy([&] { printCBitMask(&mask, true); });
+    EXPECT_EQ(ranges + "\n", shown.substr(shown.find("bits ...\n") + 9));
+    std::string words;
+    for (unsigned i = 0; i < mask.numWords; ++i)
+        words += formatted("%08X ", mask[i]);
+    const std::string verbose = printedBy([&] { mask.display(true, 1000000, 0); });
+    EXPECT_EQ(words + "\n", verbose.substr(verbose.find("bits ...\n") + 9));
+}
 } // namespace
 
 TEST(BitMaskPrint, RangesOnOneLine)
