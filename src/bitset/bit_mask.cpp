@@ -232,7 +232,15 @@ CBitMask &CBitMask::operator|=(CBitMask const &other)
 
 bool CBitMask::operator==(CBitMask const &other) const
 {
-    return numWords == other.numWords && std::equal(maskPtr, maskPtr + numWords, other.maskPtr);
+    const unsigned count = numWords;
+    if (count != other.numWords)
+        return false;
+    if (count > fewWords)
+        return std::equal(maskPtr, maskPtr + count, other.maskPtr);
+    unsigned different = 0;
+    for (unsigned i = 0; i < count; ++i)
+        different |= maskPtr[i] ^ other.maskPtr[i];
+    return different == 0;
 }
 
 bool CBitMask::operator!=(CBitMask const &other) const

@@ -102,9 +102,12 @@ void fromOctets(unsigned *words, const unsigned char *octets, size_t count, bool
 }
 
 typedef unsigned Block __attribute__((vector_size(32)));
+typedef unsigned HalfBlock __attribute__((vector_size(16)));
 constexpr size_t blockWords = sizeof(Block) / sizeof(unsigned);
+constexpr size_t halfBlockWords = sizeof(HalfBlock) / sizeof(unsigned);
 
 // All of a block is read before any of it is written.
+template <class Block>
 inline void shiftBlock(unsigned *to, const unsigned *from, unsigned offset)
 {
     Block first;
@@ -124,7 +127,11 @@ void shiftForwards(unsigned *to, const unsigned *from, size_t count, unsigned of
 {
     size_t i = 0;
     for (; count - i >= blockWords; i += blockWords)
-        shiftBlock(to + i, from + i, offset);
+        shiftBlock<Block>(to + i, from + i, offset);
+    if (count - i >= halfBlockWords) {
+        shiftBlock<HalfBlock>(to + i, from + i, offset);
+        i += halfBlockWords;
+    }
     for (; i < count; ++i)
         shiftWord(to + i, from + i, offset);
 }
@@ -133,7 +140,11 @@ void shiftBackwards(unsigned *to, const unsigned *from, size_t count, unsigned o
 {
     size_t i = count;
     for (; i >= blockWords; i -= blockWords)
-        shiftBlock(to + i - blockWords, from + i - blockWords, offset);
+        shiftBlock<Block>(to + i - blockWords, from + i - blockWords, offset);
+    if (i >= halfBlockWords) {
+        i -= halfBlockWords;
+        shiftBlock<HalfBlock>(to + i, from + i, offset);
+    }
     for (; i > 0; --i)
         shiftWord(to + i - 1, from + i - 1, offset);
 }
