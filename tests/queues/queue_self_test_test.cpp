@@ -9,6 +9,7 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <cstring>
 #include <sstream>
 #include <thread>
@@ -235,4 +236,10 @@ TEST(QueueSelfTest, ConsumerPrintsEachValueAndASecondStartReturnsItsQueue)
     EXPECT_EQ(msg_q_x_test_sem, msg_q_x_test_id->externalFlag);
     EXPECT_EQ(10, msg_q_x_test_id->queueSize);
     EXPECT_EQ(4, msg_q_x_test_id->maxMsgLength);
+
+    // It waits for the flag instead of polling, so it takes every give.
+    const auto limit = std::chrono::steady_clock::now() + 20s;
+    while (givesOf(msg_q_x_test_sem) != 0 && std::chrono::steady_clock::now() < limit)
+        std::this_thread::yield();
+    EXPECT_EQ(0, givesOf(msg_q_x_test_sem));
 }
