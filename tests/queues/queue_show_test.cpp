@@ -253,6 +253,7 @@ TEST_F(QueueShow, MayBeCalledWhileOthersSendAndReceive)
         for (int i = 0; i < 200; ++i) {
             meqShow(&events, 1);
             msgQxShow(&messages, 1);
+            baseQShow(&messages, 1);
         }
     });
     running = false;
