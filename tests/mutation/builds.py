@@ -9,6 +9,7 @@ import pathlib
 import re
 import resource
 import shlex
+import shutil
 import signal
 import subprocess
 import time
@@ -114,43 +115,40 @@ class Build:
 
     def rebuild(self, path, text, work):
         """Builds what depends on the source `path` with `text` in its place; returns the programs built anew."""
-        changed = work / path
-        changed.parent.mkdir(parents=True, exist_ok=True)
-        changed.write_text(text)
+        self.place(path, text, work)
         programs = {self.library} | {test.program for test in self.tests if test.seconds is not None}
         new_objects = {}
-        try:
-            for target in sorted(self.dependents.get(path, ())):
-                users = [output for output in programs if f" {target} " in self.links.get(output, "")]
-                if users:
-                    new_objects[target] = self.compile(target, path, work)
-            return {output: self.link(output, new_objects, work) for output in programs
-                    if any(f" {target} " in self.links.get(output, "") for target in new_objects)}
-        finally:
-            changed.unlink()
+        for target in sorted(self.dependents.get(path, ())):
+            if any(f" {target} " in self.links.get(output, "") for output in programs):
+                new_objects[target] = self.compile(target, path, work)
+        return {output: self.link(output, new_objects, work) for output in programs
+                if any(f" {target} " in self.links.get(output, "") for target in new_objects)}
+
+    def optimised(self, path, text, work):
+        """The machine code of the library's objects that depend on the source, as it is shipped."""
+        self.place(path, text, work)
+        targets = [target for target in sorted(self.dependents.get(path, ())) if f" {target} " in self.links[self.library]]
+        return [self.compile(target, path, work, ["-g0", "-w"]).read_bytes() for target in targets]
+
+    def place(self, path, text, work):
+        """Puts the changed source into a copy of its folder, where its neighbours find it as well."""
+        folder = os.path.dirname(path)
+        (work / folder).mkdir(parents=True, exist_ok=True)
+        for neighbour in (self.top / folder).iterdir():
+            if neighbour.is_file():
+                shutil.copyfile(neighbour, work / folder / neighbour.name)
+        (work / path).write_text(text)
 
     def compile(self, target, path, work, flags=("-O0", "-g0", "-w")):
         words, source = self.compiles[target]
         output = work / target.replace("/", "_")
         words = [word for word in words if word != "-Werror"]
         words[words.index("-o") + 1] = str(output)
-        if os.path.relpath(source, self.top) == path:
-            words[words.index("-c") + 1] = str(work / path)
+        if os.path.dirname(os.path.relpath(source, self.top)) == os.path.dirname(path):
+            words[words.index("-c") + 1] = str(work / os.path.relpath(source, self.top))
         words.insert(1, f"-I{work / 'src'}")  # where a changed header is found first
         quiet(words + list(flags), self.folder, CompileError)
         return output
-
-    def optimised(self, path, text, work):
-        """The machine code of the library's objects that depend on the source, as it is shipped."""
-        changed = work / path
-        changed.parent.mkdir(parents=True, exist_ok=True)
-        changed.write_text(text)
-        code = []
-        for target in sorted(self.dependents.get(path, ())):
-            if f" {target} " in self.links[self.library]:
-                output = self.compile(target, path, work, ["-g0", "-w"])
-                code.append(output.read_bytes())
-        return code
 
     def link(self, output, new_objects, work):
         result = work / (pathlib.Path(LIBRARY).name + ".0" if output == self.library else output.replace("/", "_"))
