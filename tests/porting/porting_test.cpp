@@ -204,7 +204,7 @@ TEST(Porting, TheChildOfAForkHasNoTimerTask)
         GTEST_SKIP() << "SKIPPED: the thread sanitizer has threads of its own";
     EXPECT_EQ(1, inAnotherProcess([] {
                   kel_utils_init();
-                  const bool twoHere = threadsOfThisProcess() == 2;
-                  return twoHere && inAnotherProcess([] { return static_cast<int>(threadsOfThisProcess()); }) == 1;
+                  const auto threads = static_cast<int>(threadsOfThisProcess());
+                  return threads - inAnotherProcess([] { return static_cast<int>(threadsOfThisProcess()); });
               }));
 }
