@@ -1,10 +1,11 @@
-// fail_allocation.h: makes one allocation fail.
+// fail_allocation.h: makes one allocation fail, or all from one on.
 //
-// Replaces malloc, calloc, realloc and the new and delete operators of the whole program, so exactly one source of a
-// test program includes it. Only the thread that holds a FailAllocation is counted and failed; every other allocation
-// goes on to the C library, or under a sanitizer to its allocator, so that leaks on failure paths are still found.
+// Replaces malloc, calloc, realloc, free and the new and delete operators of the whole program, so exactly one source
+// of a test program includes it. Only the thread that holds a FailAllocation is failed; every other allocation goes on
+// to the C library, or under a sanitizer to its allocator, so that leaks on failure paths are still found.
 #pragma once
 
+#include "harness/countdown.h"
 #include "harness/instrumented.h"
 
 #include <errno.h>
@@ -26,6 +27,7 @@ extern "C" {
 void *KEL_ALLOCATOR(malloc)(size_t bytes);
 void *KEL_ALLOCATOR(calloc)(size_t count, size_t bytes);
 void *KEL_ALLOCATOR(realloc)(void *old, size_t bytes);
+void KEL_ALLOCATOR(free)(void *memory);
 }
 
 // Fails the nth allocation of this thread, counted from 1, and lets all others through. One at a time.
@@ -39,13 +41,13 @@ void *KEL_ALLOCATOR(realloc)(void *old, size_t bytes);
 class FailAllocation
 {
 public:
-    explicit FailAllocation(int nth)
+    explicit FailAllocation(int nth, Failing mode = Failing::Once)
     {
-        countdown() = nth;
+        countdown().start(nth, mode);
     }
     ~FailAllocation()
     {
-        countdown() = 0;
+        countdown().stop();
     }
     FailAllocation(const FailAllocation &) = delete;
     FailAllocation &operator=(const FailAllocation &) = delete;
@@ -53,51 +55,63 @@ public:
     // Whether the allocation has failed. Nothing fails any more once this was asked: what the test does next is safe.
     bool happened()
     {
-        const bool reached = countdown() <= 0;
-        countdown() = 0;
-        return reached;
+        return countdown().stop() > 0;
     }
 
     // Asked by the allocators below.
     KEL_NOT_INSTRUMENTED static bool isDue()
     {
-        int &left = countdown();
-        if (left > 1) {
-            --left;
+        if (!countdown().isDue())
             return false;
-        }
-        if (left < 1)
-            return false;
-        left = Failed;
         errno = ENOMEM;
         return true;
     }
 
-private:
-    static constexpr int Failed = -1;
-
-    // Allocations until the one that fails; 0 when none is to fail.
-    KEL_NOT_INSTRUMENTED static int &countdown()
+    KEL_NOT_INSTRUMENTED static Countdown &countdown()
     {
-        static thread_local constinit int left = 0;
-        return left;
+        static thread_local constinit Countdown allocations;
+        return allocations;
     }
 };
+
+// The blocks that this thread has allocated, less those it has released.
+KEL_NOT_INSTRUMENTED inline long &liveBlocks()
+{
+    static thread_local constinit long blocks = 0;
+    return blocks;
+}
+
+KEL_NOT_INSTRUMENTED inline void *counted(void *memory)
+{
+    if (memory != nullptr)
+        ++liveBlocks();
+    return memory;
+}
 
 extern "C" {
 KEL_NOT_INSTRUMENTED void *malloc(size_t bytes) noexcept
 {
-    return FailAllocation::isDue() ? nullptr : KEL_ALLOCATOR(malloc)(bytes);
+    return FailAllocation::isDue() ? nullptr : counted(KEL_ALLOCATOR(malloc)(bytes));
 }
 
 KEL_NOT_INSTRUMENTED void *calloc(size_t count, size_t bytes) noexcept
 {
-    return FailAllocation::isDue() ? nullptr : KEL_ALLOCATOR(calloc)(count, bytes);
+    return FailAllocation::isDue() ? nullptr : counted(KEL_ALLOCATOR(calloc)(count, bytes));
 }
 
 KEL_NOT_INSTRUMENTED void *realloc(void *old, size_t bytes) noexcept
 {
-    return FailAllocation::isDue() ? nullptr : KEL_ALLOCATOR(realloc)(old, bytes);
+    if (FailAllocation::isDue())
+        return nullptr;
+    void *const memory = KEL_ALLOCATOR(realloc)(old, bytes);
+    return old == nullptr ? counted(memory) : memory;
+}
+
+KEL_NOT_INSTRUMENTED void free(void *memory) noexcept
+{
+    if (memory != nullptr)
+        --liveBlocks();
+    KEL_ALLOCATOR(free)(memory);
 }
 }
 
