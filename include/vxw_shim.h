@@ -224,7 +224,8 @@ int sysClkRateGet(void);
 /**
  * Reads the tick clock.
  *
- * @return ticks of 10 ms on the monotonic clock, counted from an arbitrary origin (usually boot); wraps after 497 days
+ * @return ticks of 10 ms on the monotonic clock, counted from an arbitrary origin (usually boot); wraps after 497 days;
+ *         0 when the clock cannot be read
  * @blocking no    @locks nothing    @context any thread, signal handlers too
  */
 uint32_t tickGet(void);

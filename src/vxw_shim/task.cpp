@@ -32,10 +32,10 @@ int taskSpawn(const char *, int, int, int stackSize, FUNCPTR entry, int, int, in
     pthread_t discarded;
     if (stackSize != 0) {
         pthread_attr_t attributes;
-        pthread_attr_init(&attributes);
         const auto request = static_cast<int32_t>(static_cast<uint32_t>(stackSize) * 3U);
         // Sizes that are too small are refused here, sizes that are too large (a negative product) only on creation.
-        if (pthread_attr_setstacksize(&attributes, static_cast<size_t>(request)) == 0 &&
+        if (pthread_attr_init(&attributes) == 0 &&
+            pthread_attr_setstacksize(&attributes, static_cast<size_t>(request)) == 0 &&
             pthread_create(&discarded, &attributes, runTask, start) == 0)
             return 0;
     }

@@ -14,7 +14,7 @@ namespace vxw_shim
 timespec ticksToAbsTime(uint32_t ticks)
 {
     constexpr int64_t perSecond = 1000000;
-    timeval now;
+    timeval now{}; // a clock that cannot be read makes a deadline long past: the wait ends at once
     gettimeofday(&now, nullptr);
     int64_t seconds = now.tv_sec;
     int64_t microseconds = now.tv_usec + static_cast<int32_t>(ticks * MicrosecondsPerTick);
@@ -35,7 +35,7 @@ int sysClkRateGet()
 
 uint32_t tickGet()
 {
-    timespec now;
+    timespec now{}; // stays 0 when the clock cannot be read
     clock_gettime(CLOCK_MONOTONIC, &now);
     return 100 * static_cast<uint32_t>(now.tv_sec) + static_cast<uint32_t>(now.tv_nsec / 10000000);
 }
