@@ -44,7 +44,7 @@ extern "C" {
  * queue; without it queues work unlocked and nothing that is held back is ever delivered by time.
  *
  * @retval 0       started
- * @retval EAGAIN  the timer task could not be spawned
+ * @retval EAGAIN  the timer task could not be spawned, or what it needs could not be created
  * @blocking no    @locks nothing    @context one thread, before any other uses the library
  */
 int kel_utils_init(void);

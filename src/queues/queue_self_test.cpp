@@ -148,6 +148,18 @@ constexpr int Sent = 10;
 constexpr int MessageBytes = sizeof(uint32_t);
 constexpr int Forever = -1;
 
+// A queue that is deleted at the end of the scope, also when memory for the next one runs out.
+template <auto Delete>
+struct Deleter {
+    template <class Queue>
+    void operator()(Queue *queue) const
+    {
+        Delete(queue);
+    }
+};
+template <class Queue, auto Delete>
+using Owned = std::unique_ptr<Queue, Deleter<Delete>>;
+
 void sendTo(SMsgQueueX *queue, uint32_t value, int timeout)
 {
     char message[MessageBytes];
@@ -172,20 +184,18 @@ void testMsgQueues()
     constexpr int maxDelay = 1000;
     constexpr int shortWait = 5;
     puts("Test MSG_QX ");
-    SMsgQueueX *queue[3];
-    for (SMsgQueueX *&each : queue) {
-        each = msgQxCreate(capacity, MessageBytes, 0, capacity, maxDelay, nullptr);
-        printf("queue created %p\n", static_cast<void *>(each));
+    Owned<SMsgQueueX, msgQxDelete> queue[3];
+    for (auto &each : queue) {
+        each.reset(msgQxCreate(capacity, MessageBytes, 0, capacity, maxDelay, nullptr));
+        printf("queue created %p\n", static_cast<void *>(each.get()));
     }
     for (uint32_t value = 0; value < Sent; ++value)
-        for (SMsgQueueX *each : queue)
-            sendTo(each, value, Forever);
+        for (const auto &each : queue)
+            sendTo(each.get(), value, Forever);
     printf("%d x3 sends done\n", Sent);
-    printf("%d msgQ3 recvs done\n", receiveMessages(queue[2], shortWait));
-    printf("%d msgQ2 recvs done\n", receiveMessages(queue[1], Forever));
-    printf("%d msgQ1 recvs done\n", receiveMessages(queue[0], Forever));
-    for (SMsgQueueX *each : queue)
-        msgQxDelete(each);
+    printf("%d msgQ3 recvs done\n", receiveMessages(queue[2].get(), shortWait));
+    printf("%d msgQ2 recvs done\n", receiveMessages(queue[1].get(), Forever));
+    printf("%d msgQ1 recvs done\n", receiveMessages(queue[0].get(), Forever));
 }
 
 int receiveEvents(SMultiEventQ *queue)
@@ -203,20 +213,18 @@ void testMultiEventQueues()
     constexpr int dataBytes = 1;
     constexpr unsigned short events = Sent + 1;
     puts("Test MEQ ");
-    SMultiEventQ *queue[3];
-    for (SMultiEventQ *&each : queue) {
-        each = meqCreate(dataBytes, events, nullptr);
-        printf("queue created %p\n", static_cast<void *>(each));
+    Owned<SMultiEventQ, meqDelete> queue[3];
+    for (auto &each : queue) {
+        each.reset(meqCreate(dataBytes, events, nullptr));
+        printf("queue created %p\n", static_cast<void *>(each.get()));
     }
     for (unsigned short value = 0; value < Sent; ++value)
-        for (SMultiEventQ *each : queue)
-            meqSend(each, value, value);
+        for (const auto &each : queue)
+            meqSend(each.get(), value, value);
     printf("%d x3 sends done\n", Sent);
-    printf("%d meqQ3 recvs done\n", receiveEvents(queue[2]));
-    printf("%d meqQ2 recvs done\n", receiveEvents(queue[1]));
-    printf("%d meqQ1 recvs done\n", receiveEvents(queue[0]));
-    for (SMultiEventQ *each : queue)
-        meqDelete(each);
+    printf("%d meqQ3 recvs done\n", receiveEvents(queue[2].get()));
+    printf("%d meqQ2 recvs done\n", receiveEvents(queue[1].get()));
+    printf("%d meqQ1 recvs done\n", receiveEvents(queue[0].get()));
 }
 
 // The feeding tasks find the queue through the global, so a queue is complete before it is seen there.

@@ -22,7 +22,7 @@ extern "C" const char *__asan_default_options()
 }
 extern "C" const char *__tsan_default_options()
 {
-    return "allocator_may_return_null=1";
+    return "allocator_may_return_null=1:die_after_fork=0"; // start_faults.cpp forks
 }
 
 namespace faults
@@ -93,7 +93,8 @@ void expectLibraryUnlocked()
         EXPECT_TRUE(lock == nullptr || isFree(lock)) << "a lock of the library is left held";
 }
 
-// Runs a row's check once and looks after the locks and the heap. Returns whether all was as it should be.
+} // namespace
+
 bool runCase(const Row &row, Injection &injection)
 {
     const int before = failuresSoFar();
@@ -108,6 +109,8 @@ bool runCase(const Row &row, Injection &injection)
     return failuresSoFar() == before;
 }
 
+namespace
+{
 // The calls that a row makes, by kind, when nothing fails. What the C library allocates once was allocated before.
 auto callsOf(const Row &row)
 {
@@ -194,12 +197,6 @@ void runTable(std::span<const Row> rows)
     });
     if (failuresSoFar() != before)
         fputs(printed.c_str(), stdout);
-}
-
-void runRow(const Row &row, Call call)
-{
-    makeEachFail(row, call, Failing::Once);
-    makeEachFail(row, call, Failing::FromThenOn);
 }
 
 bool isFree(SEM_ID sem)

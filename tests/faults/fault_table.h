@@ -111,8 +111,8 @@ bool memoryOfTheCLibrary(Call call);
 // Runs all rows. What they print is shown only when something is wrong.
 void runTable(std::span<const Row> rows);
 
-// Runs one row under one kind of fault, as runTable() does.
-void runRow(const Row &row, Call call);
+// Runs a row's check once and looks after the locks and the heap. Returns whether all was as it should be.
+bool runCase(const Row &row, Injection &injection);
 
 // Whether another thread can take `sem` at once.
 bool isFree(SEM_ID sem);
