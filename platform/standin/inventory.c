@@ -194,7 +194,7 @@ void copyText(char *to, size_t size, const char *from)
 
 int64_t wallClock(void)
 {
-    struct timespec now;
+    struct timespec now = {0, 0}; /* stays the epoch when the clock cannot be read */
     clock_gettime(CLOCK_REALTIME, &now);
     return (int64_t)now.tv_sec * 1000000000 + now.tv_nsec;
 }

@@ -11,7 +11,10 @@
 #include "harness/call.h"
 #include "harness/countdown.h"
 
+#include <gtest/gtest.h>
+
 #include <array>
+#include <cstdio>
 #include <functional>
 #include <new>
 #include <span>
@@ -123,4 +126,18 @@ struct Score {
     int passed = 0;
 };
 Score &score();
+
+// Prints the score as a row of the table of trust when all tests have run.
+class PrintsTheScore : public testing::Environment
+{
+public:
+    explicit PrintsTheScore(const char *rowTitle) : title(rowTitle) {}
+
+private:
+    void TearDown() override
+    {
+        printf("trust: %s | %d / %d\n", title, score().injected, score().passed);
+    }
+    const char *title;
+};
 } // namespace faults

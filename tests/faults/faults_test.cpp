@@ -6,7 +6,6 @@
 #include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <vector>
 
@@ -66,15 +65,8 @@ int failuresOf(const Row &row)
     return failures.size();
 }
 
-class PrintsTheScore : public testing::Environment
-{
-    void TearDown() override
-    {
-        printf("trust: faults injected / passed | %d / %d\n", score().injected, score().passed);
-    }
-};
-
-[[maybe_unused]] const auto *const environment = testing::AddGlobalTestEnvironment(new PrintsTheScore);
+[[maybe_unused]] const auto *const environment =
+    testing::AddGlobalTestEnvironment(new PrintsTheScore("faults injected / passed"));
 } // namespace
 
 // The failure of the second allocation leaves the first behind, once and from then on.

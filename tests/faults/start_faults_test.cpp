@@ -1,7 +1,8 @@
-// start_faults.cpp: the library's start under faults, its timer task, and the self-tests that make queues.
+// start_faults_test.cpp: the library's start under faults, its timer task, and the self-tests that make queues.
 //
 // A start is for the life of a process, so each is made in a child of its own: with the timer task running, a queue
-// that holds back is delivered by time; without it the start says so, and queues work that hold nothing back.
+// that holds back is delivered by time; without it the start says so, and queues work that hold nothing back. This
+// program starts no thread of its own before it forks.
 #include "fault_table.h"
 
 #include "harness/printed_by.h"
@@ -127,6 +128,9 @@ int runsTheTimer(Injection &injection)
     injection.during([] { SBaseQ::timer_callback(0); });
     return Bad;
 }
+
+[[maybe_unused]] const auto *const environment =
+    testing::AddGlobalTestEnvironment(new PrintsTheScore("faults at the start injected / passed"));
 
 // What a self-test makes before memory runs out is released on the way out.
 bool leavesNothing(Injection &injection)
