@@ -207,7 +207,8 @@ public:
     int getStr(char *dst) const;
 
     /**
-     * Returns the bytes that getStr() writes, zero included; 0 for an empty identifier, for which it writes one.
+     * Returns the bytes that getStr() writes, zero included; 0 for an empty identifier, for which it writes one. Above
+     * 195 million sub-identifiers the number wraps.
      * @blocking no    @locks nothing    @context any thread
      */
     int getStrLen() const;
@@ -282,7 +283,7 @@ public:
     bool bitsAreSet() const;
 
     /**
-     * Counts the bits that are set.
+     * Counts the bits that are set; above 256 MiB of octets the number wraps.
      * @blocking no    @locks nothing    @context any thread
      */
     int numBitsSet() const;

@@ -78,7 +78,7 @@ bool SuBITS::bitsAreSet() const
 
 int SuBITS::numBitsSet() const
 {
-    unsigned int count = 0;
+    unsigned int count = 0; // above 256 MiB of octets it wraps
     int i = 0;
     for (; os.len - i >= EightOctets; i += EightOctets) {
         uint64_t octets;

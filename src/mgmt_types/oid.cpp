@@ -138,10 +138,10 @@ int SuOID::getStr(char *dst) const
 
 int SuOID::getStrLen() const
 {
-    int bytes = 0;
+    unsigned int bytes = 0; // above 195 million sub-identifiers it wraps
     for (int i = 0; i < oid.len; i++)
-        bytes += digitsOf(oid.ptr[i]) + 1;
-    return bytes;
+        bytes += static_cast<unsigned int>(digitsOf(oid.ptr[i])) + 1;
+    return static_cast<int>(bytes);
 }
 
 int SuOID::getData(unsigned char *dst, int &n) const
