@@ -44,6 +44,15 @@ bool copyBits(unsigned *toWords, unsigned to, const unsigned *fromWords, unsigne
     });
 }
 
+// The compiler calls the C library for a fill, which one word, the most that most shifts leave, is not worth.
+void clear(unsigned *first, unsigned *last)
+{
+    if (first == last)
+        return;
+    *first = 0;
+    std::fill(first + 1, last, 0U);
+}
+
 // Moves the bits of `total` words to numbers that are higher by 32 * `words` + `bits`; `words` is less than `total`.
 void shiftUp(unsigned *array, unsigned total, unsigned words, unsigned bits)
 {
@@ -53,7 +62,7 @@ void shiftUp(unsigned *array, unsigned total, unsigned words, unsigned bits)
     } else {
         std::copy_backward(array, array + total - words, array + total);
     }
-    std::fill_n(array, words, 0U);
+    clear(array, array + words);
 }
 
 // The other way, to lower numbers.
@@ -66,7 +75,7 @@ void shiftDown(unsigned *array, unsigned total, unsigned words, unsigned bits)
     } else {
         std::copy(array + words, array + total, array);
     }
-    std::fill_n(array + last + 1, words, 0U);
+    clear(array + last + 1, array + total);
 }
 } // namespace
 
