@@ -208,7 +208,12 @@ CBitMask &CBitMask::operator=(CBitMask const &other)
 
 CBitMask &CBitMask::operator=(unsigned int const *words)
 {
-    std::copy_n(words, numWords, maskPtr);
+    const unsigned count = numWords;
+    if (count > fewWords)
+        std::copy_n(words, count, maskPtr);
+    else
+        for (unsigned i = 0; i < count; ++i)
+            maskPtr[i] = words[i];
     return *this;
 }
 
