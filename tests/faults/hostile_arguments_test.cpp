@@ -11,6 +11,8 @@
 #include "sysport.h"
 #include "vxw_shim.h"
 
+#include "vxw_shim/fixed_msg_queue.h"
+
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
@@ -18,9 +20,11 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <initializer_list>
 #include <string>
@@ -211,9 +215,24 @@ TEST(HostileTask, Delays)
     sigaction(SIGALRM, &before, nullptr);
 }
 
+namespace
+{
+// No call ends a fixed-size queue.
+void release(MSG_Q_ID queue)
+{
+    if (queue == nullptr)
+        return;
+    free(queue->queue_mem);
+    free(queue);
+}
+} // namespace
+
 TEST(HostileFixedMsgQueue, EveryArgument)
 {
-    const auto makes = [](MSG_Q_ID queue, bool valid) { EXPECT_EQ(valid, queue != nullptr); };
+    const auto makes = [](MSG_Q_ID queue, bool valid) {
+        EXPECT_EQ(valid, queue != nullptr);
+        release(queue);
+    };
     ints("msgQCreate", "maxMessages", [&](int value) { makes(msgQCreate(value, 4, 0), value == 1); });
     ints("msgQCreate", "maxMessageLength", [&](int value) { makes(msgQCreate(1, value, 0), value == 1); });
     ints("msgQCreate", "options", [&](int value) { makes(msgQCreate(1, 4, value), true); });
@@ -261,6 +280,7 @@ TEST(HostileFixedMsgQueue, EveryArgument)
         EXPECT_EQ(0, msgQSend(queue, "abc", 4, 0, 0));
         EXPECT_EQ(0U, msgQReceive(queue, nullptr, 0, 0));
     });
+    release(queue);
 }
 
 namespace
