@@ -27,7 +27,10 @@ endif()
 # kel_library_flags: what is shipped on top: hidden visibility and hardening.
 add_library(kel_library_flags INTERFACE)
 target_link_libraries(kel_library_flags INTERFACE kel_flags)
-target_compile_options(kel_library_flags INTERFACE -fvisibility=hidden -fstack-protector-strong)
+# A call of another library goes through its address and not through a stub (-fno-plt), and can still be interposed; a
+# call of an exported function from its own source is a direct one (-fno-semantic-interposition).
+target_compile_options(kel_library_flags INTERFACE -fvisibility=hidden -fstack-protector-strong
+    -fno-plt -fno-semantic-interposition)
 target_link_options(kel_library_flags INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)
 if(NOT KEL_SANITIZE)
     target_compile_options(kel_library_flags INTERFACE $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)

@@ -3,7 +3,8 @@
 // Locking:    none; the record is written at creation only, the POSIX object does the rest.
 // Invariants: kind is 0, 1 or 2; impl is a heap pthread_mutex_t for kind 0, a heap sem_t otherwise.
 // Results:    those of the POSIX call, unchanged; no wait is restarted after a signal handler.
-// Cost:       two allocations to create, the POSIX call and a switch otherwise; nothing else allocates.
+// Cost:       two allocations to create, the POSIX call and a switch otherwise; nothing else allocates. What is rare or
+//             waits for a deadline stands out of line, so that the other calls need no stack of their own.
 #include "vxw_shim.h"
 
 #include "vxw_shim/assertion.h"
@@ -79,6 +80,24 @@ bool initRecursive(pthread_mutex_t *mutex)
            pthread_mutex_init(mutex, &attributes) == 0;
 }
 
+// 0, or why a POSIX semaphore call failed.
+int resultOf(int posixResult)
+{
+    return posixResult == 0 ? 0 : errno;
+}
+
+[[gnu::noinline]] int takeMutexUntil(pthread_mutex_t *mutex, uint32_t timeout)
+{
+    const timespec deadline = ticksToAbsTime(timeout);
+    return pthread_mutex_timedlock(mutex, &deadline);
+}
+
+[[gnu::noinline]] int takeCountUntil(sem_t *count, uint32_t timeout)
+{
+    const timespec deadline = ticksToAbsTime(timeout);
+    return resultOf(sem_timedwait(count, &deadline));
+}
+
 int takeMutex(pthread_mutex_t *mutex, uint32_t timeout)
 {
     if (mutex == nullptr)
@@ -87,22 +106,16 @@ int takeMutex(pthread_mutex_t *mutex, uint32_t timeout)
         return pthread_mutex_lock(mutex);
     if (timeout == 0)
         return pthread_mutex_trylock(mutex);
-    const timespec deadline = ticksToAbsTime(timeout);
-    return pthread_mutex_timedlock(mutex, &deadline);
+    return takeMutexUntil(mutex, timeout);
 }
 
 int takeCount(sem_t *count, uint32_t timeout)
 {
-    int result;
-    if (timeout == WaitForever) {
-        result = sem_wait(count);
-    } else if (timeout == 0) {
-        result = sem_trywait(count);
-    } else {
-        const timespec deadline = ticksToAbsTime(timeout);
-        result = sem_timedwait(count, &deadline);
-    }
-    return result == 0 ? 0 : errno;
+    if (timeout == WaitForever)
+        return resultOf(sem_wait(count));
+    if (timeout == 0)
+        return resultOf(sem_trywait(count));
+    return takeCountUntil(count, timeout);
 }
 
 // Tells tracers how a take of `timeout` ticks ended; returns its result.
@@ -119,7 +132,14 @@ int giveCount(sem_t *count)
 {
     if (count == nullptr)
         return EINVAL;
-    return sem_post(count) == 0 ? 0 : errno;
+    return resultOf(sem_post(count));
+}
+
+// A handle that is null is a caller's mistake, which a line on standard output tells.
+[[gnu::noinline, gnu::cold]] int refuseNull(const char *format, const char *caller)
+{
+    printf(format, caller);
+    return EINVAL;
 }
 
 int deleteMutex(pthread_mutex_t *mutex)
@@ -169,10 +189,8 @@ SEM_ID semMCreate(int)
 
 int semGive(SEM_ID sem)
 {
-    if (sem == nullptr) {
-        printf("%s: error giving sem\n", "semGive");
-        return EINVAL;
-    }
+    if (sem == nullptr)
+        return refuseNull("%s: error giving sem\n", "semGive");
     KEL_PROBE(sem_give, sem, sem->kind);
     switch (sem->kind) {
     case MutualExclusion:
@@ -187,10 +205,8 @@ int semGive(SEM_ID sem)
 
 int semTake(SEM_ID sem, unsigned int timeout)
 {
-    if (sem == nullptr) {
-        printf("%s: error taking sem\n", "semTake");
-        return EINVAL;
-    }
+    if (sem == nullptr)
+        return refuseNull("%s: error taking sem\n", "semTake");
     switch (sem->kind) {
     case MutualExclusion:
         return traced(takeMutex(mutexOf(sem), timeout), sem, timeout);
