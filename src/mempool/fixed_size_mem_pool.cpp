@@ -13,6 +13,7 @@
 #include "vxw_shim/tick_deadline.h"
 #include "vxw_shim/unlocked_access.h"
 
+#include <endian.h>
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
@@ -65,17 +66,15 @@ void takeAndDelete(SEM_ID sem)
 
 void writeLink(unsigned char *block, const unsigned char *next)
 {
-    const uint64_t address = reinterpret_cast<uintptr_t>(next);
-    for (uint32_t i = 0; i < LinkBytes; ++i)
-        block[i] = static_cast<unsigned char>(address >> (56 - 8 * i));
+    const uint64_t bigEndian = htobe64(reinterpret_cast<uintptr_t>(next));
+    memcpy(block, &bigEndian, LinkBytes);
 }
 
 unsigned char *readLink(const unsigned char *block)
 {
-    uint64_t address = 0;
-    for (uint32_t i = 0; i < LinkBytes; ++i)
-        address = address << 8 | block[i];
-    return reinterpret_cast<unsigned char *>(static_cast<uintptr_t>(address));
+    uint64_t bigEndian;
+    memcpy(&bigEndian, block, LinkBytes);
+    return reinterpret_cast<unsigned char *>(static_cast<uintptr_t>(be64toh(bigEndian)));
 }
 
 // Bytes from the start of the region to `block`; a pointer below it gives a huge offset.
@@ -151,7 +150,8 @@ void *vxFixedSizeMemPool::vxAlloc(int timeout)
 {
     if (flagError != 0)
         return nullptr;
-    const uint32_t deadline = static_cast<uint32_t>(timeout) + tickGet();
+    // Only a wait with a limit ever looks at its deadline, so only that one asks for the time.
+    const uint32_t deadline = timeout > 0 ? static_cast<uint32_t>(timeout) + tickGet() : 0;
     uint32_t last = static_cast<uint32_t>(timeout);
     int wait = timeout;
     for (;;) {
