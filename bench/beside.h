@@ -10,6 +10,10 @@
 
 namespace beside
 {
+// How many round trips a measurement makes. The benchmark library would take the first few for typical, in which the
+// other thread only starts.
+inline constexpr int RoundTrips = 4000;
+
 // Keeps the calling thread on one CPU, or lets it go anywhere again. Round trips are measured with both threads on one
 // CPU: then they cost the calls and the switch, and not the time an idle CPU takes to wake up.
 inline void stayOnCpu(int cpu)

@@ -311,7 +311,9 @@ void add(const std::string &who)
     benchmark::RegisterBenchmark(named("1000_out_and_back").c_str(), outAndBack<Pool>);
     benchmark::RegisterBenchmark(named("threads").c_str(), pairOfThreads<Pool>)->Threads(2)->Threads(4)->UseRealTime();
     if constexpr (requires(Pool pool) { pool.waitAndAlloc(); })
-        benchmark::RegisterBenchmark(named("hand_over").c_str(), handOver<Pool>)->UseRealTime();
+        benchmark::RegisterBenchmark(named("hand_over").c_str(), handOver<Pool>)
+            ->UseRealTime()
+            ->Iterations(beside::RoundTrips);
 }
 
 const bool added = [] {

@@ -377,6 +377,10 @@ private:
 
 constexpr int Roomy = 1024, Tight = 4;
 
+// As many as RoundTrips are fixed, for the same reason.
+constexpr int StreamMessages = 50000;
+using beside::RoundTrips;
+
 // One thread: a message in, the message out.
 template <class Queue>
 void pair(benchmark::State &state)
@@ -407,6 +411,7 @@ void stream(benchmark::State &state)
     Message message{};
     for (int i = 0; i < Senders; ++i)
         senders.emplace_back([&queue, sent = Message{}] { queue.send(sent); });
+    queue.receive(message); // from here on they run
     for (auto _ : state)
         queue.receive(message);
     for (auto &sender : senders)
@@ -442,11 +447,17 @@ void add(const std::string &family, const std::string &who, Bounded bounded)
     const auto named = [&](const char *operation) { return family + operation + "/" + who; };
     benchmark::RegisterBenchmark(named("pair").c_str(), pair<Queue>);
     benchmark::RegisterBenchmark(named("empty_poll").c_str(), emptyPoll<Queue>);
-    benchmark::RegisterBenchmark(named("1_to_1").c_str(), stream<Queue, 1, Roomy>)->UseRealTime()->MinTime(0.05);
-    benchmark::RegisterBenchmark(named("4_to_1").c_str(), stream<Queue, 4, Roomy>)->UseRealTime()->MinTime(0.05);
+    benchmark::RegisterBenchmark(named("1_to_1").c_str(), stream<Queue, 1, Roomy>)
+        ->UseRealTime()
+        ->Iterations(StreamMessages);
+    benchmark::RegisterBenchmark(named("4_to_1").c_str(), stream<Queue, 4, Roomy>)
+        ->UseRealTime()
+        ->Iterations(StreamMessages);
     if (bounded)
-        benchmark::RegisterBenchmark(named("tight").c_str(), stream<Queue, 1, Tight>)->UseRealTime()->MinTime(0.02);
-    benchmark::RegisterBenchmark(named("echo").c_str(), echo<Queue>)->UseRealTime();
+        benchmark::RegisterBenchmark(named("tight").c_str(), stream<Queue, 1, Tight>)
+            ->UseRealTime()
+            ->Iterations(RoundTrips);
+    benchmark::RegisterBenchmark(named("echo").c_str(), echo<Queue>)->UseRealTime()->Iterations(RoundTrips);
 }
 
 template <class Ours, class Floor>

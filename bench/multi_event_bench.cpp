@@ -229,7 +229,9 @@ void add(const std::string &who)
     benchmark::RegisterBenchmark(("event_coalesced_send/" + who).c_str(), coalescedSend<Queue>);
     benchmark::RegisterBenchmark(("event_send_receive/" + who).c_str(), sendReceive<Queue>);
     benchmark::RegisterBenchmark(("event_burst_of_64/" + who).c_str(), burst<Queue>);
-    benchmark::RegisterBenchmark(("event_echo/" + who).c_str(), echo<Queue>)->UseRealTime();
+    benchmark::RegisterBenchmark(("event_echo/" + who).c_str(), echo<Queue>)
+        ->UseRealTime()
+        ->Iterations(beside::RoundTrips);
 }
 
 const bool added = [] {

@@ -247,10 +247,16 @@ void wakeRoundTrip(benchmark::State &state)
     partner.stop();
     there.give();
 }
-BENCHMARK(wakeRoundTrip<OurCount>)->Name("sem_wake_round_trip/ours")->UseRealTime();
-BENCHMARK(wakeRoundTrip<RawCount>)->Name("sem_wake_round_trip/floor")->UseRealTime();
-BENCHMARK(wakeRoundTrip<BoostCount>)->Name("sem_wake_round_trip/boost_semaphore")->UseRealTime();
-BENCHMARK(wakeRoundTrip<AbslCount>)->Name("sem_wake_round_trip/absl_mutex")->UseRealTime();
+BENCHMARK(wakeRoundTrip<OurCount>)->Name("sem_wake_round_trip/ours")->UseRealTime()->Iterations(beside::RoundTrips);
+BENCHMARK(wakeRoundTrip<RawCount>)->Name("sem_wake_round_trip/floor")->UseRealTime()->Iterations(beside::RoundTrips);
+BENCHMARK(wakeRoundTrip<BoostCount>)
+    ->Name("sem_wake_round_trip/boost_semaphore")
+    ->UseRealTime()
+    ->Iterations(beside::RoundTrips);
+BENCHMARK(wakeRoundTrip<AbslCount>)
+    ->Name("sem_wake_round_trip/absl_mutex")
+    ->UseRealTime()
+    ->Iterations(beside::RoundTrips);
 
 // ---- Creation ----
 

@@ -41,6 +41,13 @@ char *slotAt(const msg_q *q, uint32_t index)
     return start + slotBytes(q) <= q->allocated ? q->queue_mem + start : nullptr;
 }
 
+// A slot number that went on by no more than one round. A division would cost as much as the lock.
+uint32_t wrapped(const msg_q *q, uint32_t index)
+{
+    const auto slots = static_cast<uint32_t>(q->max_size_queue);
+    return index < slots ? index : index - slots;
+}
+
 uint32_t lengthOf(const char *slot)
 {
     uint32_t length;
@@ -74,9 +81,7 @@ bool addEntry(msg_q *q, const void *message, uint32_t bytes)
 {
     if (q->num_requests >= q->max_size_queue)
         vxw_shim::endProcess(vxw_shim::QueueFullOnAdd);
-    const uint32_t index = (static_cast<uint32_t>(q->front) + static_cast<uint32_t>(q->num_requests)) %
-                           static_cast<uint32_t>(q->max_size_queue);
-    char *const slot = slotAt(q, index);
+    char *const slot = slotAt(q, wrapped(q, static_cast<uint32_t>(q->front) + static_cast<uint32_t>(q->num_requests)));
     if (slot == nullptr)
         return false;
     setLength(slot, bytes);
@@ -96,7 +101,7 @@ uint32_t removeEntry(msg_q *q, void *buffer, uint32_t size)
     if (copied != 0)
         memcpy(buffer, slot + LengthBytes, copied);
     --q->num_requests;
-    q->front = static_cast<int>((static_cast<uint32_t>(q->front) + 1) % static_cast<uint32_t>(q->max_size_queue));
+    q->front = static_cast<int>(wrapped(q, static_cast<uint32_t>(q->front) + 1));
     setLength(slot, 0);
     return copied;
 }
