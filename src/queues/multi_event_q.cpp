@@ -32,9 +32,22 @@ size_t ringSlots(unsigned short numEvents)
     return std::max<size_t>(numEvents, 1);
 }
 
+// The queue's two masks are plain ones of its own, so their words are used in place: calls through the bit mask's table
+// cost more than all else that a send does besides locking.
+uint32_t &wordOf(CBitMask &mask, unsigned short event)
+{
+    return mask.maskPtr[event / 32];
+}
+
+uint32_t bitOf(unsigned short event)
+{
+    return 0x80000000U >> event % 32;
+}
+
 bool isPending(const SMultiEventQ &queue, unsigned short event) KEL_REQUIRES(SBaseQ::lockSem)
 {
-    return queue.inUse->chkBit(event);
+    const bool isEvent = event < queue.queueSize; // a queue without events has no words either
+    return isEvent && (wordOf(*queue.inUse, event) & bitOf(event)) != 0;
 }
 
 void mergeInto(SMultiEventQ &queue, unsigned short event, unsigned int data, unsigned int cmpMask, unsigned int wrMask)
@@ -43,7 +56,7 @@ void mergeInto(SMultiEventQ &queue, unsigned short event, unsigned int data, uns
     // Kept: compared before it is cut to the queue's width, so a difference above the width is a change
     // (MultiEventQ.DataIsComparedBeforeItIsCutToTheWidth).
     if ((data & cmpMask) != (queue.readData(event) & cmpMask))
-        queue.multiUse->setBit(event);
+        wordOf(*queue.multiUse, event) |= bitOf(event);
     queue.writeData(event, data, wrMask);
 }
 
@@ -51,7 +64,7 @@ void append(SMultiEventQ &queue, unsigned short event, unsigned int data) KEL_RE
 {
     constexpr unsigned int wholeWord = 0xFFFFFFFF;
     queue.queuePtr[queue.pWrite] = event;
-    queue.inUse->setBit(event);
+    wordOf(*queue.inUse, event) |= bitOf(event);
     writeUnlocked(queue.empty, 0);
     writeUnlocked(queue.pWrite, queues::nextSlot(queue, queue.pWrite));
     queue.writeData(event, data, wholeWord);
@@ -59,8 +72,8 @@ void append(SMultiEventQ &queue, unsigned short event, unsigned int data) KEL_RE
 
 void removeFirst(SMultiEventQ &queue, unsigned short event) KEL_REQUIRES(SBaseQ::lockSem)
 {
-    queue.inUse->clrBit(event);
-    queue.multiUse->clrBit(event);
+    wordOf(*queue.inUse, event) &= ~bitOf(event);
+    wordOf(*queue.multiUse, event) &= ~bitOf(event);
     writeUnlocked(queue.pRead, queues::nextSlot(queue, queue.pRead));
     if (queue.pRead == queue.pWrite)
         writeUnlocked(queue.empty, 1);
@@ -71,7 +84,7 @@ void removeFirst(SMultiEventQ &queue, unsigned short event) KEL_REQUIRES(SBaseQ:
 // 0, or -2 when the data of a pending event changed.
 int pendingResult(const SMultiEventQ &queue, unsigned short event) KEL_REQUIRES(SBaseQ::lockSem)
 {
-    return queue.multiUse->chkBit(event) ? DataChanged : Done;
+    return (wordOf(*queue.multiUse, event) & bitOf(event)) != 0 ? DataChanged : Done;
 }
 } // namespace
 
