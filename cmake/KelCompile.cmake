@@ -24,15 +24,27 @@ if(KEL_SANITIZE)
     target_link_options(kel_flags INTERFACE -fsanitize=${KEL_SANITIZE})
 endif()
 
-# kel_library_flags: what is shipped on top: hidden visibility and hardening.
+# kel_hardening_flags: linked by all that is shipped. tests/contract/hardening.py looks at the result.
+add_library(kel_hardening_flags INTERFACE)
+target_compile_options(kel_hardening_flags INTERFACE -fstack-protector-strong)
+target_link_options(kel_hardening_flags INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)
+if(CMAKE_SYSTEM_PROCESSOR STREQUAL aarch64) # sign return addresses, and mark where indirect branches may go
+    target_compile_options(kel_hardening_flags INTERFACE -mbranch-protection=standard)
+endif()
+if(NOT KEL_SANITIZE)
+    # The same source gives the same file in any folder; debuggers look for sources from the top of the tree.
+    target_compile_options(kel_hardening_flags INTERFACE
+        $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>
+        $<$<NOT:$<CONFIG:Debug>>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>)
+endif()
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON) # an absolute run path would leave its length behind in what is installed
+
+# kel_library_flags: what shipped libraries have on top: hidden visibility, and calls without detours.
 add_library(kel_library_flags INTERFACE)
-target_link_libraries(kel_library_flags INTERFACE kel_flags)
+target_link_libraries(kel_library_flags INTERFACE kel_flags kel_hardening_flags)
 # A call of another library goes through its address and not through a stub (-fno-plt), and can still be interposed; a
 # call of an exported function from its own source is a direct one (-fno-semantic-interposition).
-target_compile_options(kel_library_flags INTERFACE -fvisibility=hidden -fstack-protector-strong
-    -fno-plt -fno-semantic-interposition)
-target_link_options(kel_library_flags INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)
+target_compile_options(kel_library_flags INTERFACE -fvisibility=hidden -fno-plt -fno-semantic-interposition)
 if(NOT KEL_SANITIZE)
-    target_compile_options(kel_library_flags INTERFACE $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
     target_link_options(kel_library_flags INTERFACE -Wl,--no-undefined)
 endif()
