@@ -6,6 +6,9 @@ set(KEL_TEST_ENVIRONMENT
     "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/lsan.supp:print_suppressions=0"
     "TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/tsan.supp:halt_on_error=1:second_deadlock_stack=1"
     "UBSAN_OPTIONS=print_stacktrace=1")
+if(CMAKE_CROSSCOMPILING) # an emulator does not let the leak sanitizer stop the other threads
+    list(APPEND KEL_TEST_ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0")
+endif()
 
 # Test programs are optimised for a quick build; what they test keeps its own flags.
 set(KEL_QUICK_BUILD $<$<NOT:$<CONFIG:Debug>>:-O1> -g1)
