@@ -32,13 +32,13 @@ void makesTheLock(Injection &injection)
     EXPECT_TRUE(list.dbID == nullptr || isFree(list.dbID));
 }
 
-KEL_UNCHECKED_LOCKING void usesTheList(Injection &injection)
+void usesTheList(Injection &injection)
 {
     Initialised own;
     CDeltaList &list = own.list;
     CDeltaListEntry first;
     CDeltaListEntry second;
-    injection.during([&] {
+    injection.during([&]() KEL_UNCHECKED_LOCKING {
         list.init();
         list.init(100, 1, false);
         EXPECT_EQ(5U, list.add(&first, 5));

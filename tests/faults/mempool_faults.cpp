@@ -81,12 +81,12 @@ void frees(Injection &injection)
     EXPECT_TRUE(isFree(pool.listLock));
 }
 
-KEL_UNCHECKED_LOCKING void movesNodes(Injection &injection)
+void movesNodes(Injection &injection)
 {
     vxFixedSizeMemPool pool(8, 2);
     uint32_t added = Refused;
     unsigned char *block = nullptr;
-    injection.during([&] {
+    injection.during([&]() KEL_UNCHECKED_LOCKING {
         EXPECT_EQ(0U, pool.vxMemCheckOut(pool.getMemBase()));
         EXPECT_EQ(0U, pool.vxMemCheckIn(pool.getMemBase()));
         block = pool.vxRemoveNode();
