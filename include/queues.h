@@ -43,8 +43,11 @@ extern "C" {
  * Starts the library: creates the queues' lock and spawns their timer task. A client calls it once, before its first
  * queue; without it queues work unlocked and nothing that is held back is ever delivered by time.
  *
- * @retval 0       started
- * @retval EAGAIN  the timer task could not be spawned, or what it needs could not be created
+ * Memory that is short for the lock or the task's semaphore is not reported: queues then work unlocked, or the task
+ * never sleeps, delivers nothing and prints a line each time.
+ *
+ * @retval 0       the timer task runs
+ * @retval EAGAIN  the timer task could not be spawned
  * @blocking no    @locks nothing    @context one thread, before any other uses the library
  */
 int kel_utils_init(void);

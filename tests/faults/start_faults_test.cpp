@@ -62,16 +62,26 @@ bool isDelivered(int threshold, int delay)
     return received && event == 1 && data == 3;
 }
 
+// The result is that of spawning the timer task, whatever became of the semaphores before.
 int startsOrSaysSo(Injection &injection, int (*start)())
 {
     const int result = injection.during(start);
     if (!injection.failed())
         return NotReached;
-    if (!isUnlocked() || !isDelivered(0, 0))
+    if (!isUnlocked() || !isDelivered(0, 0) || result != SBaseQ::taskId)
         return Bad;
     if (result == 0)
-        return SBaseQ::lockSem != nullptr && SBaseQ::timerSig != nullptr && isDelivered(2, 1) ? Good : Bad;
-    return result == EAGAIN && result == SBaseQ::taskId ? Good : Bad;
+        return SBaseQ::lockSem == nullptr || SBaseQ::timerSig == nullptr || isDelivered(2, 1) ? Good : Bad;
+    return result == EAGAIN ? Good : Bad;
+}
+
+// The task is started though one of its two semaphores is missing.
+int startsWithoutOne(Injection &injection)
+{
+    const int result = injection.during(kel_utils_init);
+    if (!injection.failed())
+        return NotReached;
+    return result == 0 && (SBaseQ::lockSem == nullptr) != (SBaseQ::timerSig == nullptr) ? Good : Bad;
 }
 
 // Makes the nth call of a kind fail in one child after the other, until one gets through without.
@@ -148,6 +158,15 @@ TEST(StartFaults, TheLibraryStartsOrSaysSo)
                                             Call::ThreadAttributes, Call::ThreadStackSize};
     for (int (*start)() : {kel_utils_init, SBaseQ::init})
         makeEachFail(calls, [start](Injection &injection) { return startsOrSaysSo(injection, start); });
+}
+
+TEST(StartFaults, TheLibraryStartsWhateverItsSemaphoresAre)
+{
+    for (const Call call : {Call::MutexInit, Call::SemInit})
+        EXPECT_EQ(Good, inAChild([call] {
+                      Injection injection(call, 1, Failing::Once);
+                      return startsWithoutOne(injection);
+                  }));
 }
 
 TEST(StartFaults, TheTimerTaskOutlivesClocksAndGivesThatFail)
