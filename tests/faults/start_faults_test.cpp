@@ -43,11 +43,13 @@ int inAChild(Code code)
     return WIFEXITED(status) ? WEXITSTATUS(status) : Bad;
 }
 
+// Whether the lock of all queues can be had. The timer task may hold it for a moment.
 bool isUnlocked()
 {
+    constexpr unsigned aMinute = 6000;
     bool isFree = SBaseQ::lockSem == nullptr;
     if (!isFree)
-        std::thread([&] { isFree = semTake(SBaseQ::lockSem, 0) == 0 && semGive(SBaseQ::lockSem) == 0; }).join();
+        std::thread([&] { isFree = semTake(SBaseQ::lockSem, aMinute) == 0 && semGive(SBaseQ::lockSem) == 0; }).join();
     return isFree;
 }
 
