@@ -33,14 +33,12 @@ install(FILES tests/lsan.supp tests/tsan.supp DESTINATION ${CMAKE_INSTALL_DATADI
 
 # GDB loads what is named after the library's real file: from its own data folder, where distributions put it, or from
 # beside the library once that folder is in the user's auto-load safe-path.
-if(EXISTS ${PROJECT_SOURCE_DIR}/gdb/kel_utils-gdb.py)
-    if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
-        set(KEL_GDB_FOLDER ${CMAKE_INSTALL_DATADIR}/gdb/auto-load${CMAKE_INSTALL_FULL_LIBDIR})
-    else()
-        set(KEL_GDB_FOLDER ${CMAKE_INSTALL_LIBDIR})
-    endif()
-    install(FILES gdb/kel_utils-gdb.py DESTINATION ${KEL_GDB_FOLDER} RENAME libkel_utils.so.${PROJECT_VERSION}-gdb.py)
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    set(KEL_GDB_FOLDER ${CMAKE_INSTALL_DATADIR}/gdb/auto-load${CMAKE_INSTALL_FULL_LIBDIR})
+else()
+    set(KEL_GDB_FOLDER ${CMAKE_INSTALL_LIBDIR})
 endif()
+install(FILES gdb/kel_utils-gdb.py DESTINATION ${KEL_GDB_FOLDER} RENAME libkel_utils.so.${PROJECT_VERSION}-gdb.py)
 
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.c" PATTERN "*.cpp" PATTERN "*.h")
 if(TARGET kel-portd)

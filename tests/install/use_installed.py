@@ -90,6 +90,8 @@ def moved_installation(build, work):
     wanted = ["include/kel_utils/vxw_shim.h", "include/kel_utils/sysport.h", "share/kel_utils/lsan.supp",
               "share/kel_utils/tsan.supp", "lib/systemd/system/kel-portd.service", "share/doc/kel_utils/examples/first_client.c"]
     missing = [name for name in wanted if not (second / name).exists()]
+    if len(list(second.rglob("libkel_utils.so.*-gdb.py"))) != 1:
+        missing.append("the debugger's file")
     for library in second.rglob("libkel_*.so*"):
         if library.is_symlink() and not library.exists():
             missing.append(f"what {library} leads to")
