@@ -16,6 +16,7 @@ namespace
 {
 constexpr const char *request = "status";
 constexpr int requestBytes = 64; // of a datagram that is looked at
+constexpr int rest_ms = 100;     // after a receive that failed
 
 int setOption(int fd, int level, int option, int value)
 {
@@ -107,6 +108,12 @@ void StatusResponder::run()
     }
 }
 
+void StatusResponder::rest() const
+{
+    pollfd stopped = {wake, POLLIN, 0};
+    poll(&stopped, 1, rest_ms);
+}
+
 bool StatusResponder::answerOne()
 {
     char datagram[requestBytes];
@@ -115,8 +122,11 @@ bool StatusResponder::answerOne()
     packet_info arrivedAt = {};
     const ssize_t count = recvfrom_wdst(fd, datagram, sizeof datagram, MSG_DONTWAIT,
                                         reinterpret_cast<sockaddr *>(&source), &sourceBytes, &arrivedAt);
-    if (count < 0)
-        return errno != EAGAIN; // an error that an earlier reply met, perhaps
+    if (count < 0) {
+        if (errno != EAGAIN)
+            rest(); // an error that an earlier reply met is gone now; one that lasts must not keep the thread busy
+        return false;
+    }
     if (!isRequest(std::string(datagram, static_cast<size_t>(count)))) {
         ++counters.statusIgnored;
         return true;

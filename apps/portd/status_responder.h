@@ -36,7 +36,8 @@ public:
 private:
     std::string bindSocket();
     void run();
-    bool answerOne(); // false: no datagram is waiting
+    bool answerOne();  // false: no datagram is waiting
+    void rest() const; // for a moment, or until stopped
 
     UdpEndpoint endpoint;
     Status status;
