@@ -186,6 +186,7 @@ Reply ConsoleCommands::showStats(const Words &given) const
     const auto uptime = std::chrono::duration_cast<seconds>(std::chrono::steady_clock::now() - started);
     const Counters &counters = shown.counters;
     const ConsoleCounters &console = shown.console;
+    const AgentCounters &agent = shown.agent;
     const std::vector<std::pair<const char *, uint64_t>> values = {
         {"uptimeSeconds", static_cast<uint64_t>(uptime.count())},
         {"portsPresent", shown.board.portsPresent()},
@@ -210,6 +211,10 @@ Reply ConsoleCommands::showStats(const Words &given) const
         {"consoleSessionsStalled", console.stalled},
         {"consoleRequests", console.requests},
         {"consoleErrors", console.errors},
+        {"agentConnected", agent.connected},
+        {"agentSessions", agent.sessions},
+        {"agentRequests", agent.requests},
+        {"agentNotifications", agent.notifications},
     };
     if (json) {
         nlohmann::ordered_json object;

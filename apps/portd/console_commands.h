@@ -27,6 +27,7 @@ public:
         const PortEvents &events;
         ChangeWriter &writer;
         const ConsoleCounters &console;
+        const AgentCounters &agent;
     };
     explicit ConsoleCommands(const Shown &shownParts) : shown(shownParts) {}
 

@@ -1,6 +1,6 @@
 // counters.h: what the daemon counts about itself, for `show stats`.
 //
-// Every counter is atomic and, the open sessions aside, only grows.
+// Every counter is atomic and, the open sessions and the connection to the master agent aside, only grows.
 #pragma once
 
 #include <atomic>
@@ -22,6 +22,13 @@ struct Counters {
     std::atomic<uint64_t> statusAnswered = 0; // requests over UDP
     std::atomic<uint64_t> statusIgnored = 0;  // datagrams that were no request
     std::atomic<uint64_t> statusFailed = 0;   // answers that could not be sent
+};
+
+struct AgentCounters {
+    std::atomic<uint64_t> connected = 0; // 1 while the master agent has the tables
+    std::atomic<uint64_t> sessions = 0;  // with the master agent, ever opened
+    std::atomic<uint64_t> requests = 0;  // objects asked for
+    std::atomic<uint64_t> notifications = 0;
 };
 
 struct ConsoleCounters {

@@ -30,8 +30,10 @@ Daemon::Daemon(const Options &daemonOptions, Feeder &portFeeder)
                [this](const ChangeRecord &record) {
                    if (!options.quiet)
                        writer.put(record);
+                   if (agent)
+                       agent->portChanged(record.systemPort);
                }),
-      commands({board, counters, damper, events, writer, consoleCounters}),
+      commands({board, counters, damper, events, writer, consoleCounters, agentCounters}),
       console(
           options.socketPath, [this](const std::string &request) { return commands.execute(request); },
           consoleCounters),
@@ -40,6 +42,8 @@ Daemon::Daemon(const Options &daemonOptions, Feeder &portFeeder)
     if (options.statusEndpoint)
         responder.emplace(
             *options.statusEndpoint, [this] { return statusLine(); }, counters);
+    if (options.agentMaster)
+        agent = SnmpAgent::forMaster(*options.agentMaster, board, agentCounters);
 }
 
 Daemon::~Daemon()
@@ -95,6 +99,8 @@ int Daemon::run()
     console.start();
     if (responder)
         responder->start();
+    if (agent)
+        agent->start();
     try {
         feeder.start([this](const std::string &reason) { fail(reason); });
     } catch (const std::runtime_error &error) {
@@ -110,6 +116,8 @@ int Daemon::run()
     console.stop();
     if (responder)
         responder->stop();
+    if (agent)
+        agent->stop();
     writer.stop();
     return hasFailed ? failed : 0;
 }

@@ -4,6 +4,7 @@
 //   main task           PortEvents -> ChangeReporter -> ChangeWriter
 //   writer's thread     ChangeWriter -> standard output
 //   responder's thread  StatusResponder -> PortBoard, counters (with --udp)
+//   agent's thread      SnmpAgent -> port map, inventory, PortBoard (with --agentx); told of changes by the main task
 //   timers' thread      FlapDamper -> PortBoard, PortEvents
 //   console's thread    ConsoleServer -> ConsoleCommands -> port map, inventory, PortBoard
 //   signal thread       stops the main task, and has it tell the service manager that it is alive
@@ -21,6 +22,7 @@
 #include "options.h"
 #include "port_watch.h"
 #include "service_notifier.h"
+#include "snmp_agent.h"
 #include "status_responder.h"
 
 #include <atomic>
@@ -48,6 +50,7 @@ private:
     Feeder &feeder;
     Counters counters;
     ConsoleCounters consoleCounters;
+    AgentCounters agentCounters;
     PortBoard board;
     PortEvents events;
     FlapDamper damper;
@@ -57,7 +60,8 @@ private:
     ConsoleCommands commands;
     ConsoleServer console;
     std::optional<StatusResponder> responder;
-    ServiceNotifier manager; // the main task's: while it turns its loop, the daemon is alive
+    ServiceNotifier manager;          // the main task's: while it turns its loop, the daemon is alive
+    std::unique_ptr<SnmpAgent> agent; // null without --agentx
     std::atomic<bool> stopping = false;
     std::atomic<bool> hasFailed = false;
     uint32_t started_ticks;

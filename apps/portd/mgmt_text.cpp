@@ -2,7 +2,6 @@
 #include "mgmt_text.h"
 
 #include "ipaddr.h"
-#include "mgmt_types.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -38,7 +37,7 @@ std::string addressText(const kelStandinAddress &address)
     return std::string(text) + '/' + std::to_string(address.prefixLength);
 }
 
-std::string dateAndTimeText(int64_t nanoseconds)
+SuDateAndTime dateAndTime(int64_t nanoseconds)
 {
     constexpr int withOffset = 11; // octets
     const time_t seconds = nanoseconds / nanosecondsPerSecond;
@@ -48,6 +47,12 @@ std::string dateAndTimeText(int64_t nanoseconds)
     value.init(withOffset);
     value.setValue(seconds, static_cast<int>(local.tm_gmtoff / 3600),
                    static_cast<unsigned>(labs(local.tm_gmtoff) % 3600 / 60));
+    return value;
+}
+
+std::string dateAndTimeText(int64_t nanoseconds)
+{
+    const SuDateAndTime value = dateAndTime(nanoseconds);
     const unsigned char *octet = value.os.ptr;
     char text[64];
     snprintf(text, sizeof text, "%d-%d-%d,%d:%d:%d.%d,%c%d:%d", octet[0] << 8 | octet[1], octet[2], octet[3], octet[4],
@@ -55,10 +60,16 @@ std::string dateAndTimeText(int64_t nanoseconds)
     return text;
 }
 
-std::string ifTableOidText(uint32_t ifIndex)
+SuOID ifTableOid(uint32_t ifIndex)
 {
     SuOID identifier;
     identifier = (ifIndexObject + std::to_string(ifIndex)).c_str();
+    return identifier;
+}
+
+std::string ifTableOidText(uint32_t ifIndex)
+{
+    const SuOID identifier = ifTableOid(ifIndex);
     std::vector<char> text(static_cast<size_t>(identifier.getStrLen()));
     identifier.getStr(text.data());
     return text.data();

@@ -2,6 +2,7 @@
 #include "options.h"
 
 #include "console_protocol.h"
+#include "snmp_agent.h"
 
 #include <CLI/CLI.hpp>
 #include <cmath>
@@ -10,7 +11,8 @@
 namespace
 {
 constexpr int usageError = 2;
-}
+constexpr const char *usualMaster = "/var/agentx/master"; // where Debian's SNMP agent listens
+} // namespace
 
 std::optional<int> parseOptions(int argc, const char *const *argv, Options &options)
 {
@@ -53,6 +55,15 @@ std::optional<int> parseOptions(int argc, const char *const *argv, Options &opti
         ->check([](const std::string &text) {
             return parseUdpEndpoint(text) ? "" : "must be like 192.0.2.1:9161 or [2001:db8::1]:9161, is " + text;
         });
+    std::string master;
+    const auto *agentx =
+        app.add_option("--agentx", master, "serve the ports as a subagent of the SNMP agent at this AgentX socket")
+            ->type_name("[SOCKET]")
+            ->expected(0, 1)
+            ->default_str(usualMaster)
+            ->check([](const std::string &) {
+                return SnmpAgent::isAvailable() ? "" : "this kel-portd was built without net-snmp";
+            });
     app.add_flag("--quiet", options.quiet, "print no change lines; the console has everything");
     app.footer("A tick is 10 ms. The console's client is kel-portctl; try: kel-portctl help");
     try {
@@ -61,5 +72,7 @@ std::optional<int> parseOptions(int argc, const char *const *argv, Options &opti
         return app.exit(error) == 0 ? 0 : usageError;
     }
     options.statusEndpoint = parseUdpEndpoint(udp);
+    if (agentx->count() > 0)
+        options.agentMaster = master.empty() ? usualMaster : master;
     return std::nullopt;
 }

@@ -18,6 +18,7 @@ struct Options {
     uint32_t flapWindow_ticks = 1000;
     uint32_t flapHold_ticks = 500;
     std::optional<UdpEndpoint> statusEndpoint; // without: no status over UDP
+    std::optional<std::string> agentMaster;    // the master agent's AgentX socket; without: no subagent
 };
 
 // Fills `options`, or returns the status to exit with (help, version, usage errors; the text has been printed).

@@ -1,5 +1,7 @@
 #include "options.h"
 
+#include "snmp_agent.h"
+
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -34,6 +36,7 @@ TEST(Options, DefaultsWatchThisHostWithoutEnd)
     EXPECT_NE("", options.socketPath);
     EXPECT_FALSE(options.quiet);
     EXPECT_FALSE(options.statusEndpoint);
+    EXPECT_FALSE(options.agentMaster);
 }
 
 TEST(Options, EachIsTaken)
@@ -80,4 +83,23 @@ TEST(Options, WrongUsageIsStatusTwo)
     EXPECT_EQ(2, parsed({"--threshold", "0"}));
     EXPECT_EQ(2, parsed({"--threshold", "32768"}));
     EXPECT_EQ(2, parsed({"--udp", "somewhere"}));
+}
+
+TEST(Options, AgentxHasAUsualSocketOrTheOneThatIsGiven)
+{
+    Options options;
+    if (!SnmpAgent::isAvailable()) {
+        EXPECT_EQ(2, parsed({"--agentx"}));
+        return;
+    }
+    ASSERT_EQ(-1, parsed({"--agentx"}, options));
+    EXPECT_EQ("/var/agentx/master", options.agentMaster);
+    Options given;
+    ASSERT_EQ(-1, parsed({"--agentx", "tcp:127.0.0.1:705", "--quiet"}, given));
+    EXPECT_EQ("tcp:127.0.0.1:705", given.agentMaster);
+    EXPECT_TRUE(given.quiet);
+    Options before;
+    ASSERT_EQ(-1, parsed({"--agentx", "--quiet"}, before));
+    EXPECT_EQ("/var/agentx/master", before.agentMaster);
+    EXPECT_TRUE(before.quiet);
 }
