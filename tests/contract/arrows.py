@@ -61,4 +61,5 @@ def main():
     return 1 if wrong or not seen else 0
 
 
-sys.exit(main())
+if __name__ == "__main__":
+    sys.exit(main())
