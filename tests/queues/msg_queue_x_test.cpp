@@ -167,6 +167,7 @@ TEST_F(MsgQueueX, SizesThatMakeNoSenseQueueNothing)
             SMsgQueueX queue(slotCount, bytes, 0, 0, 0, 0, nullptr);
             EXPECT_EQ(-1, queue.send("abc", 3, 0, 0));
             EXPECT_EQ(-1, queue.send("abc", 3, 0, 1));
+            EXPECT_EQ(-1, queue.send("", 0, 0, 0));
             EXPECT_EQ(-1, queue.send("", 0, 0, 1));
             EXPECT_EQ(-1, queue.recv(got, 4, 0));
             EXPECT_EQ(1, queue.empty);

@@ -117,6 +117,22 @@ TEST_F(PortMapStart, TableIsMadeAgainAfterItsEndOnTheSameSemaphore)
     EXPECT_EQ(nullptr, brokenInvariant(table()));
 }
 
+// A dump that has the lock looks at the table twice and must not see it appear in between.
+TEST_F(PortMapStart, TableAppearsUnderTheMapsLock)
+{
+    kelSysPortUtilInit();
+    endTable();
+    spy.reset();
+    const kelSysPortUtil *beforeTheLock = nullptr;
+    spy.beforeTake = [&] { beforeTheLock = kelSysPortUtil::localPtr; };
+    kelSysPortUtilInit();
+    spy.beforeTake = nullptr;
+    EXPECT_EQ(1, spy.takes);
+    EXPECT_EQ(1, spy.gives);
+    EXPECT_EQ(nullptr, beforeTheLock);
+    EXPECT_NE(nullptr, kelSysPortUtil::localPtr);
+}
+
 // The allocator's exception passes; nothing is half made, and the next start gets through.
 TEST_F(PortMapStart, ShortMemoryLeavesNoTableAndTheNextStartSucceeds)
 {
