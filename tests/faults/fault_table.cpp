@@ -22,7 +22,7 @@ extern "C" const char *__asan_default_options()
 }
 extern "C" const char *__tsan_default_options()
 {
-    return "allocator_may_return_null=1:die_after_fork=0"; // start_faults_test.cpp forks
+    return "allocator_may_return_null=1:die_after_fork=0:atexit_sleep_ms=0"; // start_faults_test.cpp forks often
 }
 
 namespace faults
