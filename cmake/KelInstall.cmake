@@ -44,6 +44,7 @@ install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PA
 if(TARGET kel-portd)
     install(DIRECTORY apps/portd/topologies DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 endif()
+install(PROGRAMS apps/port_lint/kel-port-lint DESTINATION ${CMAKE_INSTALL_BINDIR})
 file(GLOB KEL_COMMAND_PAGES docs/man/*.1)
 file(GLOB KEL_DAEMON_PAGES docs/man/*.8)
 install(FILES ${KEL_COMMAND_PAGES} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)

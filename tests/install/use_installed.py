@@ -88,7 +88,7 @@ def moved_installation(build, work):
     second.parent.mkdir()
     first.rename(second)
     wanted = ["include/kel_utils/vxw_shim.h", "include/kel_utils/sysport.h", "share/kel_utils/lsan.supp",
-              "share/kel_utils/tsan.supp", "lib/systemd/system/kel-portd.service", "share/doc/kel_utils/examples/first_client.c"]
+              "share/kel_utils/tsan.supp", "lib/systemd/system/kel-portd.service", "bin/kel-port-lint", "share/doc/kel_utils/examples/first_client.c"]
     missing = [name for name in wanted if not (second / name).exists()]
     if len(list(second.rglob("libkel_utils.so.*-gdb.py"))) != 1:
         missing.append("the debugger's file")
