@@ -96,11 +96,14 @@ int pthread_mutex_timedlock(pthread_mutex_t *mutex, const timespec *deadline) no
         deadline, [mutex](const timespec *slice) { return pthread_mutex_clocklock(mutex, CLOCK_MONOTONIC, slice); });
 }
 
+// Between two slices a broadcast would be missed, so each slice is a wake-up for nothing, after which the caller looks.
 int pthread_cond_timedwait(pthread_cond_t *condition, pthread_mutex_t *mutex, const timespec *deadline)
 {
-    return waitByWallClock(deadline, [condition, mutex](const timespec *slice) {
-        return pthread_cond_clockwait(condition, mutex, CLOCK_MONOTONIC, slice);
-    });
+    const int64_t left = deadline->tv_sec * Second + deadline->tv_nsec - wallClock();
+    const timespec slice = asTime(nowOf(CLOCK_MONOTONIC) + std::clamp<int64_t>(left, 0, Second / 1000));
+    ++waitsBegun;
+    const int result = pthread_cond_clockwait(condition, mutex, CLOCK_MONOTONIC, &slice);
+    return result == ETIMEDOUT && left > 0 ? 0 : result;
 }
 }
 
