@@ -20,11 +20,11 @@ std::string contentsOf(int file)
 }
 } // namespace
 
-std::string capturedOutput(const std::function<void()> &print)
+std::optional<std::string> capturedOutput(const std::function<void()> &print)
 {
     const int file = memfd_create("kel-portd-show", MFD_CLOEXEC);
     const int saved = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
-    std::string text;
+    std::optional<std::string> text;
     if (file >= 0 && saved >= 0) {
         fflush(stdout);
         dup2(file, STDOUT_FILENO);

@@ -52,6 +52,13 @@ std::string jsonText(const nlohmann::ordered_json &json)
     return json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + '\n';
 }
 
+// What `print` prints on standard output, below `title`.
+Reply printedReply(const std::string &title, const std::function<void()> &print)
+{
+    const std::optional<std::string> text = capturedOutput(print);
+    return text ? Reply{title + *text, ""} : Reply{"", "no descriptor is free for it"};
+}
+
 int appendText(void *user, const char *text, size_t length)
 {
     static_cast<std::string *>(user)->append(text, length);
@@ -234,13 +241,12 @@ Reply ConsoleCommands::showQueues(const Words &arguments) const
     if (!arguments.empty())
         return unexpected(arguments[0]);
     constexpr int withAging = 1;
-    return {capturedOutput([this] {
-                puts("Port events, to the main task:");
-                meqShow(shown.events.handle(), withAging);
-                puts("\nChange records, to the writer:");
-                msgQxShow(shown.writer.queueHandle(), withAging);
-            }),
-            ""};
+    return printedReply("", [this] {
+        puts("Port events, to the main task:");
+        meqShow(shown.events.handle(), withAging);
+        puts("\nChange records, to the writer:");
+        msgQxShow(shown.writer.queueHandle(), withAging);
+    });
 }
 
 Reply ConsoleCommands::showTimers(const Words &arguments) const
@@ -255,7 +261,7 @@ Reply ConsoleCommands::showTimers(const Words &arguments) const
                       row.held ? "held down" : "counting", std::to_string(row.changes),
                       std::to_string(row.left_ticks)});
     }
-    return {table.text() + '\n' + capturedOutput([this] { shown.damper.printLists(); }), ""};
+    return printedReply(table.text() + '\n', [this] { shown.damper.printLists(); });
 }
 
 Reply ConsoleCommands::showPool(const Words &arguments) const

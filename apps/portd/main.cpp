@@ -3,6 +3,7 @@
 // Exit status: 0 ended as asked, 1 could not start, 2 wrong usage or a wrong topology file.
 #include "daemon.h"
 #include "signal_thread.h"
+#include "standard_descriptors.h"
 #include "sysport.h"
 
 #include <cstdio>
@@ -28,6 +29,8 @@ int runDaemon(const Options &options, Feeder &feeder)
 
 int main(int argc, char **argv)
 {
+    if (!openStandardDescriptors())
+        return cannotStart; // there may be nowhere to say so
     setvbuf(stdout, nullptr, _IOLBF, 0);
     try {
         Options options;

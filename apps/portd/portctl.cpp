@@ -1,8 +1,10 @@
 // portctl.cpp: kel-portctl, the client of kel-portd's console.
 //
 // Sends the command given as arguments, or each line of standard input, and prints the answers. Exit status: 0 all
-// commands were answered, 1 a command failed or the daemon cannot be reached, 2 wrong usage.
+// commands were answered, 1 a command failed, the daemon cannot be reached or the answer cannot be written, 2 wrong
+// usage. A reader of the answers that goes away ends it by SIGPIPE, as it does other filters.
 #include "console_protocol.h"
+#include "standard_descriptors.h"
 
 #include <cerrno>
 #include <CLI/CLI.hpp>
@@ -102,26 +104,28 @@ private:
     std::string received;
 };
 
-int runLines(Connection &connection)
+bool runLines(Connection &connection)
 {
     const bool interactive = isatty(STDIN_FILENO) && isatty(STDOUT_FILENO);
     bool allSucceeded = true;
     std::string line;
-    while ((!interactive || std::cout << "kel-portd> " << std::flush) && std::getline(std::cin, line)) {
+    while (std::cout && (!interactive || std::cout << "kel-portd> " << std::flush) && std::getline(std::cin, line)) {
         if (line.find_first_not_of(" \t\r") == std::string::npos)
             continue;
         bool succeeded = false;
         if (!connection.ask(line, succeeded))
-            return 1;
+            return false;
         allSucceeded = allSucceeded && succeeded;
         std::cout.flush();
     }
-    return allSucceeded ? 0 : 1;
+    return allSucceeded;
 }
 } // namespace
 
 int main(int argc, char **argv)
 {
+    if (!openStandardDescriptors())
+        return 1; // there may be nowhere to say so
     CLI::App app{"Asks a running kel-portd. Without a command, reads commands from standard input, one a line."};
     app.name("kel-portctl");
     app.set_version_flag("--version", "kel-portctl " KEL_VERSION);
@@ -147,8 +151,15 @@ int main(int argc, char **argv)
     Connection connection;
     if (!connection.open(path))
         return 1;
-    if (command.empty())
-        return runLines(connection);
     bool succeeded = false;
-    return connection.ask(command, succeeded) && succeeded ? 0 : 1;
+    if (command.empty())
+        succeeded = runLines(connection);
+    else
+        succeeded = connection.ask(command, succeeded) && succeeded;
+    std::cout.flush();
+    if (!std::cout) {
+        complain("cannot write to standard output");
+        return 1;
+    }
+    return succeeded ? 0 : 1;
 }

@@ -119,3 +119,46 @@ TEST_F(Portctl, ConnectionThatIsClosedWithoutAnAnswerIsAnError)
     EXPECT_THAT(process.err(), testing::StartsWith("kel-portctl: "));
     close(listener);
 }
+
+// As in `kel-portctl show map | head -1`: the ordinary end of a program that writes to a closed pipe, without a word,
+// also when whoever started it ignores the signal.
+TEST_F(Portctl, ReaderOfItsOutputThatGoesAwayEndsItQuietly)
+{
+    startTwoPorts();
+    for (const auto handler : {SIG_DFL, SIG_IGN}) {
+        Process process(KEL_PORTCTL, {"--socket", socket, "show", "map"}, [handler] {
+            int ends[2];
+            if (pipe(ends) == 0 && dup2(ends[1], STDOUT_FILENO) == STDOUT_FILENO)
+                close(ends[0]);
+            signal(SIGPIPE, handler);
+        });
+        EXPECT_EQ(128 + SIGPIPE, process.wait());
+        EXPECT_EQ("", process.err());
+    }
+    EXPECT_THAT(ctl({"show", "ports"}).out, HasSubstr("ge1/2")) << "the daemon is not touched by it";
+}
+
+TEST_F(Portctl, AnswerThatCannotBeWrittenIsAnError)
+{
+    startTwoPorts();
+    Process process(KEL_PORTCTL, {"--socket", socket, "show", "ports"},
+                    [] { dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO); });
+    EXPECT_EQ(1, process.wait());
+    EXPECT_EQ("kel-portctl: cannot write to standard output\n", process.err());
+    Process lines(KEL_PORTCTL, {"--socket", socket}, [] { dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO); });
+    lines.write("show ports\nshow port none\n");
+    lines.closeInput();
+    EXPECT_EQ(1, lines.wait());
+    EXPECT_EQ("kel-portctl: cannot write to standard output\n", lines.err()) << "nothing is asked any more";
+}
+
+// The connection would take the number of standard output, and answers would be sent to the daemon as requests.
+TEST_F(Portctl, ClosedStandardOutputIsNotTheConnection)
+{
+    startTwoPorts();
+    const uint64_t before = stat("consoleRequests");
+    Process process(KEL_PORTCTL, {"--socket", socket, "help"}, [] { close(STDOUT_FILENO); });
+    EXPECT_EQ(0, process.wait()) << process.err();
+    EXPECT_EQ(before + 2, stat("consoleRequests")) << "the command, and this question";
+    EXPECT_EQ(0u, stat("consoleErrors"));
+}
