@@ -38,12 +38,13 @@ struct Parts {
                                                       "chassis");
     Counters counters;
     ConsoleCounters console;
+    AgentCounters agent;
     PortBoard board;
     PortEvents events{20, 8, counters};
     FlapDamper damper{{10, 1000, 500}, [](uint32_t) {}};
     ChangeWriter writer{-1, counters};
     std::optional<PortWatch> watch;
-    ConsoleCommands commands{{board, counters, damper, events, writer, console}};
+    ConsoleCommands commands{{board, counters, damper, events, writer, console, agent}};
 };
 
 using Lines = std::vector<std::string>;
