@@ -202,18 +202,13 @@ bool CBitMask::setWrd8(unsigned int octetIndex, unsigned char octet)
 // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): words are copied onto themselves
 CBitMask &CBitMask::operator=(CBitMask const &other)
 {
-    std::copy_n(other.maskPtr, sharedWords(*this, other), maskPtr);
+    copyWords(maskPtr, other.maskPtr, sharedWords(*this, other));
     return *this;
 }
 
 CBitMask &CBitMask::operator=(unsigned int const *words)
 {
-    const unsigned count = numWords;
-    if (count > fewWords)
-        std::copy_n(words, count, maskPtr);
-    else
-        for (unsigned i = 0; i < count; ++i)
-            maskPtr[i] = words[i];
+    copyWords(maskPtr, words, numWords);
     return *this;
 }
 

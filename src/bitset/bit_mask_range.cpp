@@ -178,7 +178,7 @@ bool CBitMask::assign(unsigned int const *words, unsigned int numSrcWords, unsig
     }
     unsigned *const word = maskPtr + dstStart / 32;
     const unsigned last = std::min(numWords - dstStart / 32, numSrcWords) - 1;
-    std::copy_n(words, last, word);
+    copyWords(word, words, last);
     mergeWord(word[last], words[last], tailBits);
     // Kept: never true, even when bits changed (BitMaskAssign.AlignedCopyFromWordsReturnsFalseAlthoughItChangedBits).
     return false;

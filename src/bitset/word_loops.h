@@ -6,6 +6,7 @@
 
 #include "bitset/mask_words.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 
@@ -42,6 +43,17 @@ inline const WordLoops &wordLoops()
 {
     const WordLoops *const loops = chosenLoops.load(std::memory_order_relaxed);
     return loops != nullptr ? *loops : chooseLoops();
+}
+
+// Copies words from the first to the last: where the arrays overlap, each is written before the next one is read. The
+// C library's copy, which is as if all were read first, serves only where that makes no difference.
+inline void copyWords(unsigned *to, const unsigned *from, size_t count)
+{
+    if (count > fewWords && (to <= from || from + count <= to))
+        std::copy_n(from, count, to);
+    else
+        for (size_t i = 0; i < count; ++i)
+            to[i] = from[i];
 }
 
 // The bits that are set in `count` words.

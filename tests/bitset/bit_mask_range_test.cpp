@@ -324,6 +324,19 @@ TEST(BitMaskAssign, AlignedCopyFromWordsMergesTheLastAndClearsItsOwnTailBits)
     EXPECT_EQ(0xFFFFFF00U, mask[2]);
 }
 
+TEST(BitMaskAssign, AlignedCopyFromTheSameWordsGoesFromTheFirstWordToTheLast)
+{
+    for (unsigned count = 1; count <= 40; ++count) {
+        std::vector<unsigned> words(count + 1, 2);
+        words[0] = 1;
+        CBitMask mask(count, words.data() + 1);
+        mask.assign(words.data(), count, 0);
+        std::vector<unsigned> expected(count + 1, 1);
+        expected.back() = 3; // merged
+        EXPECT_EQ(expected, words) << count << " words";
+    }
+}
+
 TEST(BitMaskAssign, UnalignedCopyFromWordsTellsWhetherAnyBitChanged)
 {
     const unsigned words[2] = {0x80000001, 0xC0000000};

@@ -9,7 +9,9 @@
 #include <atomic>
 #include <cstring>
 #include <new>
+#include <numeric>
 #include <thread>
+#include <vector>
 
 namespace
 {
@@ -382,6 +384,34 @@ TEST(BitMaskLogic, AssignmentCopiesIntoTheSameWordsAndKeepsTheTail)
     CBitMask empty;
     empty = from;
     EXPECT_EQ(0U, empty.numWords);
+}
+
+// Views may share words. However many they are, each is written before the next one is read, as in the other
+// operations.
+TEST(BitMaskLogic, AssignmentWithinTheSameWordsGoesFromTheFirstWordToTheLast)
+{
+    for (unsigned count = 1; count <= 40; ++count) {
+        std::vector<unsigned> words(count + 1);
+        std::vector<unsigned> expected(count + 1, 1);
+        std::iota(words.begin(), words.end(), 1U);
+        CBitMask behind(count, words.data() + 1);
+        behind = CBitMask(count, words.data());
+        EXPECT_EQ(expected, words) << count << " words of a mask, one further on";
+
+        std::iota(words.begin(), words.end(), 1U);
+        behind = words.data();
+        EXPECT_EQ(expected, words) << count << " words of an array, one further on";
+
+        std::iota(words.begin(), words.end(), 1U);
+        std::iota(expected.begin(), expected.end(), 2U);
+        expected.back() = count + 1;
+        CBitMask inFront(count, words.data());
+        inFront = behind;
+        EXPECT_EQ(expected, words) << count << " words, one to the front";
+        inFront = CBitMask(count, words.data());
+        inFront = words.data();
+        EXPECT_EQ(expected, words) << count << " words onto themselves";
+    }
 }
 
 TEST(BitMaskLogic, ComplementTakesTheTailAlong)
