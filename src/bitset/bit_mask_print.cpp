@@ -116,6 +116,7 @@ void displayRuns(const CBitMask &mask, WrappedLine line)
         line.advance(text, text.length() - before, longestRun);
     });
 }
+
 void printRuns(const CBitMask &mask)
 {
     TextBatch text;

@@ -4,10 +4,9 @@
 //             means an empty range.
 // Locking:    none. The searches read words with relaxed atomics, like the single-bit operations; all else is plain.
 // Invariants: no word at or past numWords is touched; whatever one operation does through another goes through the
-//             virtual table.
-// Cost:       one pass over the words; searches skip whole words. Only an unaligned copy goes bit by bit, when a
-// derived
-//             class may have a say in it or when its two ranges overlap.
+//             virtual table, where a derived class might tell.
+// Cost:       one pass over the words; searches skip whole words. An unaligned copy goes bit by bit only when
+//             a derived class may have a say in it or when its two ranges overlap.
 #include "bitset.h"
 
 #include "bitset/bit_buffer.h"

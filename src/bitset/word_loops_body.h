@@ -106,15 +106,15 @@ typedef unsigned HalfBlock __attribute__((vector_size(16)));
 constexpr size_t blockWords = sizeof(Block) / sizeof(unsigned);
 constexpr size_t halfBlockWords = sizeof(HalfBlock) / sizeof(unsigned);
 
-// All of a block is read before any of it is written.
-template <class Block>
+// Shifts as many words as a vector holds. All of them are read before any is written.
+template <class Vector>
 inline void shiftBlock(unsigned *to, const unsigned *from, unsigned offset)
 {
-    Block first;
-    Block second;
+    Vector first;
+    Vector second;
     memcpy(&first, from, sizeof first);
     memcpy(&second, from + 1, sizeof second);
-    const Block shifted = first << offset | second >> (32 - offset);
+    const Vector shifted = first << offset | second >> (32 - offset);
     memcpy(to, &shifted, sizeof shifted);
 }
 
