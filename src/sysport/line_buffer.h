@@ -28,7 +28,7 @@ public:
         dbgCliPrint(text_, sizeof text_, &cursor_, &remaining_, cli_, "%s", line);
     }
 
-    // Sends what is left. There is always something: every line of a dump fits.
+    // Sends what is left. There is always something: the last line of a dump fits.
     void flush()
     {
         if (cli_ == 0)
