@@ -58,7 +58,7 @@ void shiftUp(unsigned *array, unsigned total, unsigned words, unsigned bits)
     if (bits != 0) {
         wordLoops().shiftBackwards(array + words + 1, array, total - words - 1, 32 - bits);
         array[words] = array[0] >> bits;
-    } else {
+    } else if (words != 0) { // the library may not be asked to copy words onto themselves
         std::copy_backward(array, array + total - words, array + total);
     }
     clear(array, array + words);
@@ -71,7 +71,7 @@ void shiftDown(unsigned *array, unsigned total, unsigned words, unsigned bits)
     if (bits != 0) {
         wordLoops().shiftForwards(array, array + words, last, bits);
         array[last] = array[total - 1] << bits;
-    } else {
+    } else if (words != 0) {
         std::copy(array + words, array + total, array);
     }
     clear(array + last + 1, array + total);
