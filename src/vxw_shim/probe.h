@@ -6,18 +6,9 @@
 
 #if defined(KEL_PROBES) && __has_include(<sys/sdt.h>)
 #define SDT_USE_VARIADIC
-#ifdef KEL_GATED_PROBES
-#define _SDT_HAS_SEMAPHORES 1
-#endif
 #include <sys/sdt.h>
 // The place `name` of the provider kel_utils, with one to six integers or pointers.
 #define KEL_PROBE(name, ...) STAP_PROBEV(kel_utils, name, __VA_ARGS__)
-// A source that defines KEL_GATED_PROBES has a gate for each of its probes: a count of the tracers attached to it.
-#define KEL_PROBE_GATE(name)                                                                                           \
-    extern "C" {                                                                                                       \
-    [[gnu::section(".probes"), gnu::visibility("hidden")]] unsigned short kel_utils_##name##_semaphore;                \
-    }
-#define KEL_IS_TRACED(name) (__atomic_load_n(&kel_utils_##name##_semaphore, __ATOMIC_RELAXED) != 0)
 #else
 namespace vxw_shim
 {
@@ -27,6 +18,4 @@ void untraced(const Argument &...)
 }
 } // namespace vxw_shim
 #define KEL_PROBE(name, ...) vxw_shim::untraced(__VA_ARGS__)
-#define KEL_PROBE_GATE(name)
-#define KEL_IS_TRACED(name) false
 #endif

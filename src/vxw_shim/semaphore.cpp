@@ -7,7 +7,6 @@
 //             waits for a deadline stands out of line, so that the other calls need no stack of their own.
 #include "vxw_shim.h"
 
-#define KEL_GATED_PROBES // a probe behind a call keeps its arguments in a stack frame, which takes should not need
 #include "vxw_shim/assertion.h"
 #include "vxw_shim/probe.h"
 #include "vxw_shim/tick_deadline.h"
@@ -19,10 +18,6 @@
 #include <stdlib.h>
 
 mutex_sem mutex_sem_t;
-
-KEL_PROBE_GATE(sem_take)
-KEL_PROBE_GATE(sem_timeout)
-KEL_PROBE_GATE(sem_give)
 
 namespace
 {
@@ -123,23 +118,9 @@ int takeCount(sem_t *count, uint32_t timeout)
     return takeCountUntil(count, timeout);
 }
 
-[[gnu::always_inline]] inline int take(SEM_ID sem, uint32_t timeout)
+// Tells tracers how a take of `timeout` ticks ended; returns its result.
+int traced(int result, SEM_ID sem, uint32_t timeout)
 {
-    switch (sem->kind) {
-    case MutualExclusion:
-        return takeMutex(mutexOf(sem), timeout);
-    case Binary:
-    case Counting:
-        return takeCount(countOf(sem), timeout);
-    default:
-        vxw_shim::endProcess(vxw_shim::UnknownKindTaken);
-    }
-}
-
-// Tells tracers how a take ended.
-[[gnu::noinline, gnu::cold]] int takeTraced(SEM_ID sem, uint32_t timeout)
-{
-    const int result = take(sem, timeout);
     if (result == 0)
         KEL_PROBE(sem_take, sem, sem->kind);
     else
@@ -226,9 +207,15 @@ int semTake(SEM_ID sem, unsigned int timeout)
 {
     if (sem == nullptr)
         return refuseNull("%s: error taking sem\n", "semTake");
-    if (KEL_IS_TRACED(sem_take) || KEL_IS_TRACED(sem_timeout))
-        return takeTraced(sem, timeout);
-    return take(sem, timeout);
+    switch (sem->kind) {
+    case MutualExclusion:
+        return traced(takeMutex(mutexOf(sem), timeout), sem, timeout);
+    case Binary:
+    case Counting:
+        return traced(takeCount(countOf(sem), timeout), sem, timeout);
+    default:
+        vxw_shim::endProcess(vxw_shim::UnknownKindTaken);
+    }
 }
 
 // Kept: the record is never freed and keeps its fields, so that a late call on a stale handle meets readable memory
