@@ -87,9 +87,9 @@ proctype Thread()
             unlock();
             if
             :: got -> break
-            :: !got && wait == 0 -> break       /* [source: if (wait < 1 && wait != WAIT_FOREVER)] */
+            :: !got && wait == 0 -> break       /* [source: (wait < 1 && wait != WAIT_FOREVER)] */
             :: !got && wait == 1 ->
-                if                              /* [source: if (semTake(availSem, static_cast<uint32_t>(wait)) != 0)] */
+                if                              /* [source: semTake(availSem, static_cast<uint32_t>(wait)) != 0)] */
                 :: atomic { availSem > 0 -> availSem--; looking++; woken = true };
                     if
                     :: true                     /* [source: wait = nextWait(last, wait);] */
