@@ -62,7 +62,9 @@ inline void resetRange(unsigned *array, unsigned words, unsigned count, unsigned
 }
 
 // The first bit from `start` on whose word, once `flip` is XORed to it, has it set; bitNotFound when there is none.
-inline unsigned firstBit(const unsigned *array, unsigned words, unsigned start, unsigned flip)
+// `scan` finds it in a word as it stands.
+template <class Scan>
+unsigned firstBit(const unsigned *array, unsigned words, unsigned start, unsigned flip, Scan scan)
 {
     const auto wordAt = [=](unsigned i) { return readUnlocked(array[i]) ^ flip; };
     unsigned i = start / 32;
@@ -77,17 +79,17 @@ inline unsigned firstBit(const unsigned *array, unsigned words, unsigned start, 
         while (word == 0 && words - i > 4 && (wordAt(i + 1) | wordAt(i + 2) | wordAt(i + 3) | wordAt(i + 4)) == 0)
             i += 4;
     }
-    return static_cast<unsigned>(bitarray_scanbit(word)) + 32 * i;
+    return static_cast<unsigned>(scan(word ^ flip)) + 32 * i;
 }
 
 inline unsigned firstSetBit(const unsigned *array, unsigned words, unsigned start)
 {
-    return firstBit(array, words, start, 0);
+    return firstBit(array, words, start, 0, bitarray_scanbit);
 }
 
 inline unsigned firstClearBit(const unsigned *array, unsigned words, unsigned start)
 {
-    return firstBit(array, words, start, allOnes);
+    return firstBit(array, words, start, allOnes, bitarray_scanclrbit);
 }
 
 inline bool anyBit(const unsigned *first, const unsigned *last)
