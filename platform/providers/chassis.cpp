@@ -5,7 +5,6 @@
 #include "chassis.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 
 namespace kel
@@ -22,10 +21,10 @@ bool contains(const std::vector<portInstance_t> &ports, portInstance_t port)
     return std::ranges::find(ports, port) != ports.end();
 }
 
-void check(int result, const std::string &name)
+void check(int result, const std::string &what, const std::string &name)
 {
     if (result != 0)
-        throw ProviderError("topology: cannot add " + name + ": " + std::strerror(result));
+        throw ProviderError("topology: cannot " + what + " " + name + ": " + std::strerror(result));
 }
 } // namespace
 
@@ -77,7 +76,7 @@ void Chassis::add(portInstance_t instance)
 
 void Chassis::addPort(portInstance_t instance, const TopologyPort &port)
 {
-    check(kelStandinAddPort(port.slot, port.port, port.name.c_str(), port.ifIndex, port.description.c_str()),
+    check(kelStandinAddPort(port.slot, port.port, port.name.c_str(), port.ifIndex, port.description.c_str()), "add",
           port.name);
     kelStandinSetMac(instance, port.mac.data());
     kelStandinSetMtu(instance, port.mtu);
@@ -91,7 +90,8 @@ void Chassis::addPort(portInstance_t instance, const TopologyPort &port)
 
 void Chassis::addTrunk(portInstance_t instance, const TopologyTrunk &trunk)
 {
-    check(kelStandinAddTrunk(trunk.number, trunk.name.c_str(), trunk.ifIndex, trunk.description.c_str()), trunk.name);
+    check(kelStandinAddTrunk(trunk.number, trunk.name.c_str(), trunk.ifIndex, trunk.description.c_str()), "add",
+          trunk.name);
     joinVlans(instance);
     followMembers(trunk);
 }
@@ -108,7 +108,9 @@ void Chassis::joinVlans(portInstance_t instance)
 
 void Chassis::remove(portInstance_t instance)
 {
-    kelStandinRemovePort(instance);
+    kelStandinPort port{};
+    if (kelStandinGetPort(instance, &port) == 0)
+        check(kelStandinRemovePort(instance), "remove", port.name);
     if (const TopologyTrunk *trunk = trunkOf(instance))
         followMembers(*trunk);
 }

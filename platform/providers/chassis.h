@@ -15,7 +15,8 @@ public:
     // Adds everything that is present at the start; throws ProviderError when the inventory does not take it.
     void build();
 
-    // Plays one event once. What is there already is not added again, what is gone is not removed again.
+    // Plays one event once. What is there already is not added again, what is gone is not removed again. Throws
+    // ProviderError when the inventory lacks memory for it; what could not be removed is still there for later events.
     void play(const TopologyEvent &event);
 
 private:

@@ -6,6 +6,7 @@
 #include "host_ports.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 namespace kel
@@ -47,12 +48,19 @@ portInstance_t HostPorts::instanceOf(int index) const
 
 void HostPorts::follow(const HostPicture &picture, int index)
 {
+    if (removalWaits_) {
+        removeGone(picture);
+        admitWaiting(picture);
+    }
+    followOne(picture, index);
+}
+
+void HostPorts::followOne(const HostPicture &picture, int index)
+{
     const auto found = picture.links.find(index);
     if (found == picture.links.end() || found->second.link.loopback) {
-        if (ports_.contains(index)) {
-            remove(index);
+        if (ports_.contains(index) && remove(index))
             admitWaiting(picture);
-        }
         return;
     }
     const HostLink &link = found->second;
@@ -62,14 +70,20 @@ void HostPorts::follow(const HostPicture &picture, int index)
 
 void HostPorts::followAll(const HostPicture &picture)
 {
+    removeGone(picture);
+    for (const auto &[index, link] : picture.links)
+        followOne(picture, index);
+}
+
+void HostPorts::removeGone(const HostPicture &picture)
+{
     std::vector<int> gone;
     for (const auto &[index, port] : ports_)
         if (!picture.links.contains(index))
             gone.push_back(index);
+    removalWaits_ = false;
     for (const int index : gone)
         remove(index);
-    for (const auto &[index, link] : picture.links)
-        follow(picture, index);
 }
 
 bool HostPorts::add(const LinkIs &link)
@@ -89,19 +103,24 @@ bool HostPorts::add(const LinkIs &link)
     return true;
 }
 
-void HostPorts::remove(int index)
+// False: there is no memory for it.
+bool HostPorts::remove(int index)
 {
     const portInstance_t instance = ports_.at(index).instance;
-    kelStandinRemovePort(instance);
+    if (kelStandinRemovePort(instance) == ENOMEM) {
+        removalWaits_ = true;
+        return false;
+    }
     (isTrunk(instance) ? trunkNumbers_ : portNumbers_).at(numberOf(instance)) = false;
     ports_.erase(index);
+    return true;
 }
 
 void HostPorts::admitWaiting(const HostPicture &picture)
 {
     for (const auto &[index, link] : picture.links)
         if (!link.link.loopback && !ports_.contains(index))
-            follow(picture, index);
+            followOne(picture, index);
 }
 
 void HostPorts::update(const HostPicture &picture, const HostLink &hostLink)

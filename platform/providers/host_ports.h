@@ -2,7 +2,8 @@
 //
 // Policy: a bond is a trunk with the lowest free number; loopback is nothing; every other link is a port of slot 1,
 //         with the lowest free number. A link that finds no number free waits for one. A trunk's master is the bond's
-//         active slave, else the member with the lowest port number.
+//         active slave, else the member with the lowest port number. A port that the inventory cannot remove for lack
+//         of memory keeps its number, and is tried again with every event.
 #pragma once
 
 #include "host_event.h"
@@ -36,8 +37,10 @@ private:
     };
     using Numbers = std::array<bool, KEL_STANDIN_MAX_PORT + 1>; // by port or trunk number: in use; 0 is never
 
+    void followOne(const HostPicture &picture, int index);
     bool add(const LinkIs &link);
-    void remove(int index);
+    bool remove(int index);
+    void removeGone(const HostPicture &picture);
     void admitWaiting(const HostPicture &picture);
     void update(const HostPicture &picture, const HostLink &link);
     void updateVlans(Port &port, const std::vector<BridgeVlan> &vlans);
@@ -49,6 +52,7 @@ private:
     std::map<int, Port> ports_; // by link index
     Numbers portNumbers_{};
     Numbers trunkNumbers_{};
+    bool removalWaits_ = false; // a port whose link is gone is still there, for lack of memory
 };
 
 } // namespace kel

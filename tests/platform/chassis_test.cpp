@@ -1,9 +1,11 @@
 // The simulated chassis: how it is built, and what each event does to it, without a clock.
+#include "failing_removal.h"
 #include "standin_fixture.h"
 
 #include "small_chassis.h"
 
 #include "chassis.h"
+#include "provider_error.h"
 
 #include <gmock/gmock.h>
 
@@ -111,4 +113,22 @@ TEST_F(Chassis, FlapIsDownAndUp)
     play(Action::add, port13);
     play(Action::flap, port13);
     EXPECT_THAT(heard.take(), ElementsAre("+1/3", "1/3 up", "1/3 down", "1/3 up"));
+}
+
+TEST_F(Chassis, PortThatCannotBeRemovedIsSaidAndStays)
+{
+    Heard heard;
+    for (const Action action : {Action::remove, Action::cycle}) {
+        removalsThatFail = 1;
+        try {
+            play(action, port12);
+            ADD_FAILURE() << "nobody hears of it";
+        } catch (const kel::ProviderError &error) {
+            EXPECT_STREQ("topology: cannot remove b: Cannot allocate memory", error.what());
+        }
+    }
+    EXPECT_THAT(heard.take(), IsEmpty());
+    EXPECT_EQ(port12, portOf(trunk1).master);
+    play(Action::remove, port12);
+    EXPECT_THAT(heard.take(), ElementsAre("-1/2"));
 }

@@ -1,4 +1,5 @@
 // From a host's links to ports: numbers, trunks, VLANs, addresses.
+#include "failing_removal.h"
 #include "standin_fixture.h"
 
 #include "host_ports.h"
@@ -286,4 +287,44 @@ TEST_F(HostPorts, FirstPictureIsInTheOrderOfTheLinkIndexes)
     picture.take(link(20, "b"));
     ports.followAll(picture);
     EXPECT_THAT(allNames(), ElementsAre("a", "b", "c"));
+}
+
+// The number must not be given to another link while the old port has it.
+TEST_F(HostPorts, PortThatCannotBeRemovedKeepsItsNumberAndIsTriedAgain)
+{
+    tell(link(10, "goes"));
+    tell(link(11, "stays"));
+    removalsThatFail = 2;
+    tell(LinkIsGone{10});
+    tell(link(12, "comes"));
+    EXPECT_EQ(0, removalsThatFail);
+    EXPECT_THAT(allNames(), ElementsAre("goes", "stays", "comes"));
+    EXPECT_EQ(port13, ports.instanceOf(12));
+    tell(link(11, "stays"));
+    EXPECT_THAT(allNames(), ElementsAre("stays", "comes"));
+    EXPECT_EQ(0u, ports.instanceOf(10));
+    tell(link(14, "next"));
+    EXPECT_EQ(port11, ports.instanceOf(14));
+}
+
+TEST_F(HostPorts, LinkThatWaitsGetsTheNumberWhenTheRemovalSucceeds)
+{
+    for (int index = 1; index <= KEL_STANDIN_MAX_PORT + 1; ++index)
+        tell(link(index, "swp" + std::to_string(index)));
+    removalsThatFail = 1;
+    tell(LinkIsGone{5});
+    EXPECT_EQ(0u, ports.instanceOf(KEL_STANDIN_MAX_PORT + 1));
+    tell(link(1, "swp1"));
+    EXPECT_EQ(kelStandinPortInstance(1, 5), ports.instanceOf(KEL_STANDIN_MAX_PORT + 1));
+}
+
+TEST_F(HostPorts, NewPictureTriesAgainToo)
+{
+    tell(link(10, "goes"));
+    removalsThatFail = 2;
+    tell(LinkIsGone{10});
+    ports.followAll(picture);
+    EXPECT_THAT(allNames(), ElementsAre("goes"));
+    ports.followAll(picture);
+    EXPECT_THAT(allNames(), IsEmpty());
 }
