@@ -189,13 +189,11 @@ Reply ConsoleCommands::showStats(const Words &given) const
     const bool json = takeJson(arguments);
     if (!arguments.empty())
         return unexpected(arguments[0]);
-    using std::chrono::seconds;
-    const auto uptime = std::chrono::duration_cast<seconds>(std::chrono::steady_clock::now() - started);
     const Counters &counters = shown.counters;
     const ConsoleCounters &console = shown.console;
     const AgentCounters &agent = shown.agent;
     const std::vector<std::pair<const char *, uint64_t>> values = {
-        {"uptimeSeconds", static_cast<uint64_t>(uptime.count())},
+        {"uptimeSeconds", shown.uptime.seconds()},
         {"portsPresent", shown.board.portsPresent()},
         {"portsUp", shown.board.portsUp()},
         {"portsAdded", counters.portsAdded},

@@ -11,8 +11,8 @@
 #include "flap_damper.h"
 #include "port_board.h"
 #include "port_events.h"
+#include "uptime.h"
 
-#include <chrono>
 #include <string>
 #include <vector>
 
@@ -28,6 +28,7 @@ public:
         ChangeWriter &writer;
         const ConsoleCounters &console;
         const AgentCounters &agent;
+        const Uptime &uptime;
     };
     explicit ConsoleCommands(const Shown &shownParts) : shown(shownParts) {}
 
@@ -55,5 +56,4 @@ private:
     Reply help(const Words &arguments) const;
 
     Shown shown;
-    std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
 };

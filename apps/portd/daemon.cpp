@@ -4,7 +4,6 @@
 #include "signal_thread.h"
 #include "sysport.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <fcntl.h>
 #include <nlohmann/json.hpp>
@@ -15,7 +14,6 @@ namespace
 {
 constexpr int failed = 1;
 constexpr uint32_t longestWait_ticks = 6000; // the tick conversion of the waits wraps after 35 minutes
-constexpr double ticksPerSecond = 100;
 } // namespace
 
 Daemon::Daemon(const Options &daemonOptions, Feeder &portFeeder)
@@ -33,11 +31,11 @@ Daemon::Daemon(const Options &daemonOptions, Feeder &portFeeder)
                    if (agent)
                        agent->portChanged(record.systemPort);
                }),
-      commands({board, counters, damper, events, writer, consoleCounters, agentCounters}),
+      commands({board, counters, damper, events, writer, consoleCounters, agentCounters, uptime}),
       console(
           options.socketPath, [this](const std::string &request) { return commands.execute(request); },
           consoleCounters),
-      manager(ServiceNotifier::fromEnvironment()), started_ticks(tickGet())
+      manager(ServiceNotifier::fromEnvironment())
 {
     if (options.statusEndpoint)
         responder.emplace(
@@ -71,14 +69,13 @@ std::string Daemon::openAll()
 
 std::string Daemon::statusLine() const
 {
-    const nlohmann::ordered_json status = {
-        {"name", "kel-portd"},
-        {"version", KEL_VERSION},
-        {"uptimeSeconds", (tickGet() - started_ticks) / static_cast<uint32_t>(sysClkRateGet())},
-        {"portsPresent", board.portsPresent()},
-        {"portsUp", board.portsUp()},
-        {"linkChanges", counters.linkChanges.load()},
-        {"linesLost", counters.linesLost.load()}};
+    const nlohmann::ordered_json status = {{"name", "kel-portd"},
+                                           {"version", KEL_VERSION},
+                                           {"uptimeSeconds", uptime.seconds()},
+                                           {"portsPresent", board.portsPresent()},
+                                           {"portsUp", board.portsUp()},
+                                           {"linkChanges", counters.linkChanges.load()},
+                                           {"linesLost", counters.linesLost.load()}};
     return status.dump();
 }
 
@@ -124,10 +121,7 @@ int Daemon::run()
 
 uint32_t Daemon::ticksLeft() const
 {
-    if (!options.runSeconds)
-        return longestWait_ticks;
-    const double left = *options.runSeconds * ticksPerSecond - (tickGet() - started_ticks);
-    return left <= 0 ? 0 : static_cast<uint32_t>(std::clamp(left, 1.0, double{longestWait_ticks}));
+    return options.runSeconds ? uptime.ticksLeft(*options.runSeconds, longestWait_ticks) : longestWait_ticks;
 }
 
 void Daemon::mainLoop()

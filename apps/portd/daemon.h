@@ -24,6 +24,7 @@
 #include "service_notifier.h"
 #include "snmp_agent.h"
 #include "status_responder.h"
+#include "uptime.h"
 
 #include <atomic>
 
@@ -57,6 +58,7 @@ private:
     int output; // a duplicate of standard output, which is diverted while a show function prints
     ChangeWriter writer;
     ChangeReporter reporter;
+    const Uptime uptime;
     ConsoleCommands commands;
     ConsoleServer console;
     std::optional<StatusResponder> responder;
@@ -64,5 +66,4 @@ private:
     std::unique_ptr<SnmpAgent> agent; // null without --agentx
     std::atomic<bool> stopping = false;
     std::atomic<bool> hasFailed = false;
-    uint32_t started_ticks;
 };
