@@ -213,6 +213,7 @@ Reply ConsoleCommands::showStats(const Words &given) const
         {"statusFailed", counters.statusFailed},
         {"consoleSessions", console.sessions},
         {"consoleSessionsRefused", console.refused},
+        {"consoleSessionsDisplaced", console.displaced},
         {"consoleSessionsStalled", console.stalled},
         {"consoleRequests", console.requests},
         {"consoleErrors", console.errors},

@@ -188,9 +188,19 @@ void ConsoleServer::acceptOne()
     }
     ++counts.sessions;
     sessions.emplace_back(fd, sessionStallLimit);
-    if (sessions.size() <= maxSessions)
-        return;
-    ++counts.refused;
-    sessions.back().refuse("too many sessions, at most " + std::to_string(maxSessions));
-    sessions.pop_back();
+    if (sessions.size() > maxSessions)
+        makeRoom();
+}
+
+void ConsoleServer::makeRoom()
+{
+    const auto newest = std::prev(sessions.end());
+    auto leaves = newest;
+    for (auto session = sessions.begin(); session != newest; ++session)
+        if (session->isIdle() && session->idleSince() < leaves->idleSince())
+            leaves = session;
+    ++(leaves == newest ? counts.refused : counts.displaced);
+    leaves->refuse("too many sessions, at most " + std::to_string(maxSessions) +
+                   (leaves == newest ? "" : "; this one was idle longest"));
+    sessions.erase(leaves);
 }

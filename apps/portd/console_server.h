@@ -1,7 +1,8 @@
 // console_server.h: the console: line requests over a Unix-domain socket, any number of sessions side by side.
 //
 // Policy:     one thread serves everybody, one request a session and round; commands take milliseconds and never wait
-//             for a client. At most `maxSessions` at once: the next one gets an error and is closed.
+//             for a client. At most `maxSessions` at once: for the next one the session that is idle longest is
+//             closed, so that clients that forget to leave lock nobody out. When all are being answered, it is refused.
 // Locking:    none; the counters are atomic, all else belongs to the thread.
 #pragma once
 
@@ -35,6 +36,7 @@ private:
     std::string bindSocket();
     void run();
     void acceptOne();
+    void makeRoom(); // for the newest session, or refuses it
     void serveAll(const std::vector<struct pollfd> &polled);
     int waitMilliseconds() const;
 

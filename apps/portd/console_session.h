@@ -43,6 +43,14 @@ public:
     {
         return isAnswering() && now >= stallDeadline();
     }
+    bool isIdle() const
+    {
+        return !isAnswering() && !hasWork();
+    }
+    Clock::time_point idleSince() const // of an idle one: its last answer was taken, or it connected
+    {
+        return lastProgress;
+    }
     bool isFinished() const
     {
         return finished;

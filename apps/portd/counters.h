@@ -34,8 +34,9 @@ struct AgentCounters {
 struct ConsoleCounters {
     std::atomic<uint64_t> sessions = 0; // ever opened
     std::atomic<uint64_t> open = 0;
-    std::atomic<uint64_t> refused = 0; // too many at once
-    std::atomic<uint64_t> stalled = 0; // closed because they took nothing
+    std::atomic<uint64_t> refused = 0;   // too many at once, and none of them idle
+    std::atomic<uint64_t> displaced = 0; // idle longest when another one came
+    std::atomic<uint64_t> stalled = 0;   // closed because they took nothing
     std::atomic<uint64_t> requests = 0;
     std::atomic<uint64_t> errors = 0; // requests answered with an error
 };

@@ -19,11 +19,15 @@ namespace
 {
 constexpr size_t bigBytes = 4 << 20; // more than any socket buffer
 
-// "big" answers with much text, "fail" with an error, everything else with itself.
+constexpr size_t muchBytes = 512 << 10; // as well, where nobody has changed the kernel's default
+
+// "big" and "much" answer with much text, "fail" with an error, everything else with itself.
 Reply answer(const std::string &request)
 {
     if (request == "big")
         return {std::string(bigBytes, 'x') + '\n', ""};
+    if (request == "much")
+        return {std::string(muchBytes, 'x') + '\n', ""};
     if (request == "fail")
         return {"", "asked for"};
     return {request + '\n', ""};
@@ -129,18 +133,43 @@ TEST_F(ConsoleServerTest, OneHundredClientsAtOnceAllGetTheirAnswers)
     }
 }
 
-TEST_F(ConsoleServerTest, OneSessionTooManyIsToldSoAndClosed)
+// Clients that stay without asking anything lock nobody out.
+TEST_F(ConsoleServerTest, OneSessionTooManyTakesThePlaceOfTheOneThatIsIdleLongest)
 {
     Running console(path);
     std::vector<std::unique_ptr<Client>> clients;
+    const auto expectAnswer = [&clients](size_t i) {
+        clients[i]->say("x\n");
+        EXPECT_EQ("x\nok\n", clients[i]->hear(5)) << i;
+    };
     for (size_t i = 0; i < ConsoleServer::maxSessions; ++i) {
         clients.push_back(std::make_unique<Client>(path));
-        clients.back()->say("x\n");
-        ASSERT_EQ("x\nok\n", clients.back()->hear(5)) << i;
+        expectAnswer(i);
+    }
+    expectAnswer(0); // it came first, but the second is idle longer now
+    clients.push_back(std::make_unique<Client>(path));
+    expectAnswer(ConsoleServer::maxSessions);
+    EXPECT_EQ("error: too many sessions, at most 200; this one was idle longest\n", clients[1]->hearAll());
+    EXPECT_EQ(1u, console.counters.displaced);
+    EXPECT_EQ(0u, console.counters.refused);
+    for (size_t i = 0; i < clients.size(); ++i)
+        if (i != 1)
+            expectAnswer(i);
+}
+
+TEST_F(ConsoleServerTest, OneSessionTooManyIsRefusedWhileAllOthersAreBeingAnswered)
+{
+    Running console(path, 3600s);
+    std::vector<std::unique_ptr<Client>> clients;
+    for (size_t i = 0; i < ConsoleServer::maxSessions; ++i) {
+        clients.push_back(std::make_unique<Client>(path));
+        clients.back()->say("much\n"); // and takes one byte of it
+        ASSERT_EQ("x", clients.back()->hear(1)) << i;
     }
     const Client tooMany(path);
     EXPECT_EQ("error: too many sessions, at most 200\n", tooMany.hearAll());
     EXPECT_EQ(1u, console.counters.refused);
+    EXPECT_EQ(0u, console.counters.displaced);
     clients.pop_back();
     // The place is free as soon as the server has seen the close.
     std::string reply;
