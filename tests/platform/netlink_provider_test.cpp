@@ -12,6 +12,7 @@
 #include <sched.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 
 #include <atomic>
 #include <cerrno>
@@ -69,6 +70,21 @@ std::string reasonToSkip()
     return run("ip link delete dev probe0") != 0 ? "links cannot be deleted" : "";
 }
 
+std::atomic<int> overrunsLeft{0};
+} // namespace
+
+// The netlink library's receive comes here.
+extern "C" ssize_t recvmsg(int fd, msghdr *message, int flags)
+{
+    if (overrunsLeft <= 0)
+        return syscall(SYS_recvmsg, fd, message, flags);
+    --overrunsLeft;
+    errno = ENOBUFS;
+    return -1;
+}
+
+namespace
+{
 class NetlinkProvider : public EmptyStandin
 {
 protected:
@@ -248,6 +264,20 @@ TEST_F(NetlinkProvider, LostMessagesAreMadeGoodByReadingEverythingAnew)
     addPair("after");
     EXPECT_TRUE(becomesTrue([] { return kelStandinFindPort("after") != 0; })) << "the new socket is followed";
     small.stop();
+}
+
+// The first picture is not complete yet, so it is begun anew; so is the one that was begun anew.
+TEST_F(NetlinkProvider, MessagesLostDuringADumpAreMadeGoodAsWell)
+{
+    addPair("a");
+    addPair("b");
+    overrunsLeft = 3;
+    provider.start();
+    EXPECT_EQ(0, overrunsLeft);
+    EXPECT_EQ(3u, provider.resynchronisations());
+    EXPECT_THAT(allNames(), testing::UnorderedElementsAre("a", "ap", "b", "bp"));
+    addPair("c");
+    EXPECT_TRUE(becomesTrue([] { return allPorts().size() == 6; })) << "the last socket is followed";
 }
 
 TEST_F(NetlinkProvider, StopsWhileLinksComeAndGoAndStartsAgain)
