@@ -58,7 +58,7 @@ TEST_F(DaemonFaults, WithoutDescriptorsClientsWaitAndNoneIsLost)
     // What the commands themselves need is missing as well, and that is said.
     EXPECT_EQ("error: no descriptor is free for it\n", clients[0]->hear(36));
     for (auto &client : clients) {
-        client->say("show port 1\n");
+        client->say("help\n"); // no bit matrix: the sanitizer needs descriptors to look at an object's type
         client->finish();
         EXPECT_TRUE(client->hearAll().ends_with("\nok\n"));
         client.reset(); // its place is the next one's
