@@ -5,6 +5,7 @@
 
 #include "harness/instrumented.h"
 #include "harness/time_of.h"
+#include "models/fixed_msg_queue.h"
 
 #include <gtest/gtest.h>
 
@@ -196,6 +197,7 @@ TEST(Porting, AFailedReceiveIsErrorAsAnInt)
     MSG_Q_ID queue = msgQCreate(1, 8, MSG_Q_FIFO);
     char buffer[8];
     EXPECT_EQ(ERROR, static_cast<int>(msgQReceive(queue, buffer, sizeof buffer, NO_WAIT)));
+    releaseQueue(queue);
 }
 
 TEST(Porting, TheChildOfAForkHasNoTimerTask)
