@@ -39,12 +39,13 @@ struct Parts {
     Counters counters;
     ConsoleCounters console;
     AgentCounters agent;
+    Uptime uptime;
     PortBoard board;
     PortEvents events{20, 8, counters};
     FlapDamper damper{{10, 1000, 500}, [](uint32_t) {}};
     ChangeWriter writer{-1, counters};
     std::optional<PortWatch> watch;
-    ConsoleCommands commands{{board, counters, damper, events, writer, console, agent}};
+    ConsoleCommands commands{{board, counters, damper, events, writer, console, agent, uptime}};
 };
 
 using Lines = std::vector<std::string>;
