@@ -330,8 +330,17 @@ bool isUntouched(const packet_info &info)
 }
 } // namespace
 
+// An emulator copies addresses and buffers on its own, by lengths that are meant to be wrong here.
+#ifdef KEL_EMULATED
+constexpr bool Emulated = true;
+#else
+constexpr bool Emulated = false;
+#endif
+
 TEST(HostileDatagram, Receiving)
 {
+    if (Emulated)
+        GTEST_SKIP() << "SKIPPED: the emulator itself reads what these arguments say";
     Loopback loopback;
     char buffer[2];
     sockaddr_in source{};
@@ -382,6 +391,8 @@ TEST(HostileDatagram, Receiving)
 
 TEST(HostileDatagram, Sending)
 {
+    if (Emulated)
+        GTEST_SKIP() << "SKIPPED: the emulator itself reads what these arguments say";
     Loopback loopback;
     const packet_info info{};
     const auto send = [&](int socket, const void *bytes, int length, int flags) {

@@ -21,7 +21,7 @@ def built(readelf, library):
     """[(probe, its address, number of arguments)]"""
     notes = run(readelf, "--notes", "--wide", library)
     found = re.findall(r"Provider: kel_utils\s+Name: (\w+)\s+Location: (0x[0-9a-f]+),.*\s+Arguments: (.*)", notes)
-    return [(name, int(address, 16), len(arguments.split())) for name, address, arguments in found]
+    return [(name, int(address, 16), len(re.findall(r"-?\d+@", arguments))) for name, address, arguments in found]
 
 
 def is_nop(objdump, library, address):
