@@ -20,7 +20,7 @@ using Roaring = std::unique_ptr<roaring_bitmap_t, decltype(&roaring_bitmap_free)
 
 const std::vector<unsigned> sizes{64, 4096, 32768};
 
-// One bit of `every` is set, at random; the seed tells two sets apart.
+// One bit of `every` is set, at random; a seed tells two sets apart.
 std::vector<unsigned> sample(unsigned bits, unsigned every, unsigned seed = 1)
 {
     std::mt19937 random(seed);

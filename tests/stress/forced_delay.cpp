@@ -1,7 +1,7 @@
 // forced_delay.cpp: a library to load before a test program, which lets random moments pass around every lock and
 // semaphore call, so that schedules come up that are one in a million otherwise.
 //
-// The seed is printed; KEL_DELAY_SEED in the environment repeats one, as far as threads can be repeated. After three
+// Its seed is printed; KEL_DELAY_SEED in the environment repeats one, as far as threads can be repeated. After three
 // seconds the program goes on at its own pace, unless the full effort is asked for (KEL_FULL_EFFORT=1).
 #include <dlfcn.h>
 #include <errno.h>
