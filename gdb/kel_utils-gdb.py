@@ -508,14 +508,19 @@ def argument(frame, name):
         return None
 
 
+# The functions that wait in the POSIX call; semTake() leaves waits with a limit to the last.
+TAKES = ("semTake", "semTake(mutex_sem*, unsigned int)", "(anonymous namespace)::takeWithin",
+         "(anonymous namespace)::takeWithin(mutex_sem*, unsigned int)")
+
+
 def waiting_for():
     """The SEM_ID that the selected thread waits for, and the function of the client that waits; or (None, None)."""
     sem, caller = None, None
     for frame in frames():
-        if sem is not None and caller is None:
+        if frame.name() in TAKES:
+            sem = argument(frame, "sem") if sem is None else sem
+        elif sem is not None and caller is None:
             caller = frame.name()
-        if frame.name() in ("semTake", "semTake(mutex_sem*, unsigned int)"):
-            sem = argument(frame, "sem")
     return sem, caller
 
 

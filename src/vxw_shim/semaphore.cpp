@@ -118,14 +118,39 @@ int takeCount(sem_t *count, uint32_t timeout)
     return takeCountUntil(count, timeout);
 }
 
-// Tells tracers how a take of `timeout` ticks ended; returns its result.
-int traced(int result, SEM_ID sem, uint32_t timeout)
+// Out of line, so that a take that goes through keeps no time-out across the POSIX call.
+[[gnu::noinline]] int tracedFailure(int result, SEM_ID sem, uint32_t timeout)
 {
-    if (result == 0)
-        KEL_PROBE(sem_take, sem, sem->kind);
-    else
-        KEL_PROBE(sem_timeout, sem, sem->kind, result, timeout);
+    KEL_PROBE(sem_timeout, sem, sem->kind, result, timeout);
     return result;
+}
+
+// Tells tracers how a take of `timeout` ticks ended; returns its result.
+[[gnu::always_inline]] inline int traced(int result, SEM_ID sem, uint32_t timeout)
+{
+    if (result != 0)
+        return tracedFailure(result, sem, timeout);
+    KEL_PROBE(sem_take, sem, sem->kind);
+    return result;
+}
+
+[[gnu::always_inline]] inline int take(SEM_ID sem, uint32_t timeout)
+{
+    switch (sem->kind) {
+    case MutualExclusion:
+        return traced(takeMutex(mutexOf(sem), timeout), sem, timeout);
+    case Binary:
+    case Counting:
+        return traced(takeCount(countOf(sem), timeout), sem, timeout);
+    default:
+        vxw_shim::endProcess(vxw_shim::UnknownKindTaken);
+    }
+}
+
+// A function of its own, so that semTake() sets up no more than a take without a limit needs: most are.
+[[gnu::noinline]] int takeWithin(SEM_ID sem, uint32_t timeout)
+{
+    return take(sem, timeout);
 }
 
 int giveCount(sem_t *count)
@@ -207,15 +232,7 @@ int semTake(SEM_ID sem, unsigned int timeout)
 {
     if (sem == nullptr)
         return refuseNull("%s: error taking sem\n", "semTake");
-    switch (sem->kind) {
-    case MutualExclusion:
-        return traced(takeMutex(mutexOf(sem), timeout), sem, timeout);
-    case Binary:
-    case Counting:
-        return traced(takeCount(countOf(sem), timeout), sem, timeout);
-    default:
-        vxw_shim::endProcess(vxw_shim::UnknownKindTaken);
-    }
+    return timeout == WaitForever ? take(sem, WaitForever) : takeWithin(sem, timeout);
 }
 
 // Kept: the record is never freed and keeps its fields, so that a late call on a stale handle meets readable memory

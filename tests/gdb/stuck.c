@@ -27,7 +27,7 @@ int takeVlanThenPort()
     semTake(vlanLock, WAIT_FOREVER);
     semGive(bothHold);
     semTake(mayCross, WAIT_FOREVER);
-    return semTake(portLock, WAIT_FOREVER);
+    return semTake(portLock, 20 * 60 * 100); /* 20 minutes */
 }
 
 /* Where the debugger stops: everything is as it shall be shown. */
