@@ -76,9 +76,12 @@ unsigned maskWords(const CBitMatrix &matrix)
 template <class Row>
 void forEachRow(const CBitMatrix &matrix, unsigned col, unsigned first, unsigned end, Row row)
 {
-    size_t at = size_t{first} * matrix.wordsPerRow + col / 32;
-    for (unsigned i = first; i < end; ++i, at += matrix.wordsPerRow)
-        row(matrix.maskPtr[at]);
+    // Read once: for all the compiler knows, a word that is written is one of these.
+    unsigned *const words = matrix.maskPtr;
+    const size_t stride = matrix.wordsPerRow;
+    size_t at = first * stride + col / 32;
+    for (unsigned i = first; i < end; ++i, at += stride)
+        row(words[at]);
 }
 
 // Copies the bits that the rows from `first` on have in a column to the front of a word, as many as it holds.
@@ -92,21 +95,31 @@ void gatherColumn(const CBitMatrix &matrix, unsigned col, unsigned first, unsign
     to = bits << shift | (to & ~(allOnes << shift));
 }
 
+// Whether `value` is the bit that one of four words has, which are `stride` words apart.
+template <bool value>
+bool oneOfFourHas(const unsigned *words, size_t stride, unsigned bit)
+{
+    const unsigned some = words[0], next = words[stride], third = words[2 * stride], last = words[3 * stride];
+    return value ? ((some | next | third | last) & bit) != 0 : (some & next & third & last & bit) == 0;
+}
+
 // A column's first row from `row` on whose bit is `value`; with `take` the bit is flipped.
-unsigned findInColumn(const CBitMatrix &matrix, unsigned col, unsigned row, bool value, bool take)
+template <bool value>
+unsigned findInColumn(const CBitMatrix &matrix, unsigned col, unsigned row, bool take)
 {
     if (col >= matrix.numColumns || row >= matrix.numRows)
         return bitNotFound;
     const unsigned bit = bitInWord(col);
-    const unsigned wanted = value ? bit : 0;
-    unsigned *word = &wordOf(matrix, row, col);
-    while ((*word & bit) != wanted) {
-        if (++row == matrix.numRows)
-            return bitNotFound;
-        word += matrix.wordsPerRow;
-    }
+    const size_t stride = matrix.wordsPerRow;
+    unsigned *const words = matrix.maskPtr + col / 32;
+    while (matrix.numRows - row >= 4 && !oneOfFourHas<value>(words + row * stride, stride, bit))
+        row += 4;
+    while (row < matrix.numRows && ((words[row * stride] & bit) != 0) != value)
+        ++row;
+    if (row == matrix.numRows)
+        return bitNotFound;
     if (take)
-        *word ^= bit;
+        words[row * stride] ^= bit;
     return row;
 }
 
@@ -308,8 +321,10 @@ void CBitMatrix::setCol(unsigned int col, bool value, unsigned int count, unsign
     const unsigned room = numRows - first;
     const unsigned end = first + (count != 0 && count < room ? count : room);
     const unsigned bit = bitInWord(col);
-    const unsigned set = value ? bit : 0;
-    forEachRow(*this, col, first, end, [=](unsigned &word) { word = (word & ~bit) | set; });
+    if (value)
+        forEachRow(*this, col, first, end, [=](unsigned &word) { word |= bit; });
+    else
+        forEachRow(*this, col, first, end, [=](unsigned &word) { word &= ~bit; });
 }
 
 void CBitMatrix::resetCol(unsigned int col, unsigned int count, unsigned int start)
@@ -319,17 +334,17 @@ void CBitMatrix::resetCol(unsigned int col, unsigned int count, unsigned int sta
 
 bool CBitMatrix::colBitsAreSet(unsigned int col) const
 {
-    return findInColumn(*this, col, 0, true, false) != bitNotFound;
+    return findInColumn<true>(*this, col, 0, false) != bitNotFound;
 }
 
 unsigned int CBitMatrix::findColSetBit(unsigned int col, unsigned int startRow, bool take) const
 {
-    return findInColumn(*this, col, startRow, true, take);
+    return findInColumn<true>(*this, col, startRow, take);
 }
 
 unsigned int CBitMatrix::findColClrBit(unsigned int col, unsigned int startRow, bool take) const
 {
-    return findInColumn(*this, col, startRow, false, take);
+    return findInColumn<false>(*this, col, startRow, take);
 }
 
 bool CBitMatrix::getCol(unsigned int col, CBitMask *out) const
