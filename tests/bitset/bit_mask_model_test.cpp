@@ -1,6 +1,8 @@
 // Every operation of CBitMask against one bool a bit, on owned masks and on views of random memory between guards.
 #include "models/bit_mask_model.h"
 
+#include "harness/seeded_chooser.h"
+
 #include <gtest/gtest.h>
 
 #include <string>

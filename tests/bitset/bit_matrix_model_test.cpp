@@ -1,6 +1,8 @@
 // Every operation of CBitMatrix against one bool a bit, on owned matrices and on borrowed words between guards.
 #include "models/bit_matrix_model.h"
 
+#include "harness/seeded_chooser.h"
+
 #include <gtest/gtest.h>
 
 namespace

@@ -1,24 +1,11 @@
 #include "models/delta_list_model.h"
 
-#include <gtest/gtest.h>
+#include "harness/seeded_chooser.h"
 
-#include <random>
+#include <gtest/gtest.h>
 
 namespace
 {
-class Seeded
-{
-public:
-    explicit Seeded(unsigned seed) : random_(seed) {}
-    unsigned below(unsigned limit)
-    {
-        return std::uniform_int_distribution<unsigned>(0, limit - 1)(random_);
-    }
-
-private:
-    std::mt19937 random_;
-};
-
 // Three timers that expire at 3, 5 and 5.
 class ThreeTimers : public DeltaListAndModel
 {
@@ -35,7 +22,7 @@ public:
 TEST(DeltaListModel, AgreesAfterAnyProgram)
 {
     for (unsigned seed = 0; seed < 3000; ++seed) {
-        Seeded choose(seed);
+        SeededChooser choose(seed);
         DeltaListProgram program(choose);
         for (int step = 0; step < 150; ++step)
             ASSERT_STREQ(nullptr, program.step()) << "seed " << seed << ", step " << step;

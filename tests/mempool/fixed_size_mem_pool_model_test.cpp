@@ -1,29 +1,13 @@
 #include "models/memory_pool_model.h"
 
+#include "harness/seeded_chooser.h"
+
 #include <gtest/gtest.h>
-
-#include <random>
-
-namespace
-{
-class Seeded
-{
-public:
-    explicit Seeded(unsigned seed) : random_(seed) {}
-    unsigned below(unsigned limit)
-    {
-        return std::uniform_int_distribution<unsigned>(0, limit - 1)(random_);
-    }
-
-private:
-    std::mt19937 random_;
-};
-} // namespace
 
 TEST(MemoryPoolModel, AgreesAfterAnyProgram)
 {
     for (unsigned seed = 0; seed < 1000; ++seed) {
-        Seeded choose(seed);
+        SeededChooser choose(seed);
         MemoryPoolProgram program(choose);
         for (int step = 0; step < 200; ++step)
             ASSERT_STREQ(nullptr, program.step(choose)) << "seed " << seed << ", step " << step;

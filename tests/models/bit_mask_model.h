@@ -11,25 +11,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <memory>
-#include <random>
 #include <vector>
-
-class SeededChooser
-{
-public:
-    explicit SeededChooser(unsigned seed) : engine_(seed) {}
-    unsigned word()
-    {
-        return static_cast<unsigned>(engine_());
-    }
-    unsigned below(unsigned limit)
-    {
-        return word() % limit;
-    } // limit > 0
-
-private:
-    std::mt19937 engine_;
-};
 
 // Names the first invariant of a live mask that does not hold; null when all do.
 inline const char *brokenInvariant(const CBitMask &mask)

@@ -5,11 +5,12 @@
 
 #include "vxw_shim/fixed_msg_queue.h"
 
+#include "harness/seeded_chooser.h"
+
 #include <stdlib.h>
 #include <string.h>
 
 #include <deque>
-#include <random>
 #include <string>
 
 inline uint32_t slotLength(const msg_q *q, int slot)
@@ -163,18 +164,7 @@ private:
 // One random program. Returns the first difference, or "".
 inline std::string runRandomQueueProgram(unsigned seed)
 {
-    class Seeded
-    {
-    public:
-        explicit Seeded(unsigned from) : random_(from) {}
-        unsigned below(unsigned limit)
-        {
-            return static_cast<unsigned>(random_() % limit);
-        }
-
-    private:
-        std::mt19937 random_;
-    } choose(seed);
+    SeededChooser choose(seed);
     FixedMsgQueueProgram program(choose);
     for (int step = 0; step < 200; ++step)
         if (const std::string &difference = program.step(choose); !difference.empty())

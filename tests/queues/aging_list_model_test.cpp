@@ -1,24 +1,11 @@
 #include "models/aging_list_model.h"
 
-#include <gtest/gtest.h>
+#include "harness/seeded_chooser.h"
 
-#include <random>
+#include <gtest/gtest.h>
 
 namespace
 {
-class Seeded
-{
-public:
-    explicit Seeded(unsigned seed) : engine_(seed) {}
-    unsigned below(unsigned limit)
-    {
-        return static_cast<unsigned>(engine_()) % limit;
-    }
-
-private:
-    std::mt19937 engine_;
-};
-
 class AgingListCase : public testing::Test
 {
 protected:
@@ -38,7 +25,7 @@ using AgingListModelCase = AgingListCase;
 TEST_F(AgingListModelCase, AgreesAfterAnyProgram)
 {
     for (unsigned seed = 0; seed < 500; ++seed) {
-        Seeded choose(seed);
+        SeededChooser choose(seed);
         AgingListProgram program(choose);
         for (int step = 0; step < 300; ++step)
             ASSERT_STREQ(nullptr, program.step(choose)) << "seed " << seed << ", step " << step;

@@ -1,30 +1,12 @@
 #include "models/msg_queue_x_model.h"
 
 #include "harness/printed_by.h"
+#include "harness/seeded_chooser.h"
 
 #include <gtest/gtest.h>
 
-#include <random>
-
 namespace
 {
-class Seeded
-{
-public:
-    explicit Seeded(unsigned seed) : engine_(seed) {}
-    unsigned word()
-    {
-        return static_cast<unsigned>(engine_());
-    }
-    unsigned below(unsigned limit)
-    {
-        return word() % limit;
-    }
-
-private:
-    std::mt19937 engine_;
-};
-
 class MsgQueueXModelCase : public testing::Test
 {
 protected:
@@ -44,7 +26,7 @@ TEST_F(MsgQueueXModelCase, AgreesAfterAnyProgram)
 {
     printedBy([] { // a give whose message recvQ() took already is reported
         for (unsigned seed = 0; seed < 500; ++seed) {
-            Seeded choose(seed);
+            SeededChooser choose(seed);
             MsgQueueXProgram program(choose);
             for (int step = 0; step < 300; ++step)
                 ASSERT_STREQ(nullptr, program.step(choose)) << "seed " << seed << ", step " << step;
@@ -54,7 +36,7 @@ TEST_F(MsgQueueXModelCase, AgreesAfterAnyProgram)
 
 TEST_F(MsgQueueXModelCase, NoticesChangesBehindItsBack)
 {
-    Seeded choose(3);
+    SeededChooser choose(3);
     MsgQueueXProgram program(choose);
     SMsgQueueX &queue = program.queue();
     ASSERT_STREQ(nullptr, program.difference());

@@ -1,30 +1,12 @@
 #include "models/multi_event_q_model.h"
 
 #include "harness/printed_by.h"
+#include "harness/seeded_chooser.h"
 
 #include <gtest/gtest.h>
 
-#include <random>
-
 namespace
 {
-class Seeded
-{
-public:
-    explicit Seeded(unsigned seed) : engine_(seed) {}
-    unsigned word()
-    {
-        return static_cast<unsigned>(engine_());
-    }
-    unsigned below(unsigned limit)
-    {
-        return word() % limit;
-    }
-
-private:
-    std::mt19937 engine_;
-};
-
 class MultiEventQModelCase : public testing::Test
 {
 protected:
@@ -44,7 +26,7 @@ TEST_F(MultiEventQModelCase, AgreesAfterAnyProgram)
 {
     printedBy([] { // a give whose event recvQ() took already is reported
         for (unsigned seed = 0; seed < 300; ++seed) {
-            Seeded choose(seed);
+            SeededChooser choose(seed);
             MultiEventQProgram program(choose);
             for (int step = 0; step < 200; ++step)
                 ASSERT_STREQ(nullptr, program.step(choose)) << "seed " << seed << ", step " << step;
@@ -54,7 +36,7 @@ TEST_F(MultiEventQModelCase, AgreesAfterAnyProgram)
 
 TEST_F(MultiEventQModelCase, NoticesChangesBehindItsBack)
 {
-    Seeded choose(1);
+    SeededChooser choose(1);
     MultiEventQProgram program(choose);
     SMultiEventQ &queue = program.queue();
     ASSERT_STREQ(nullptr, program.difference());

@@ -5,12 +5,13 @@
 // thing that does not hold ends the process with status 3.
 #pragma once
 
+#include "harness/seeded_chooser.h"
+
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
-#include <random>
 #include <vector>
 
 namespace soak
@@ -25,18 +26,10 @@ inline Plant planted = Plant::Nothing;
 inline std::atomic<uint64_t> recordsLeft{0};
 
 // Choices of one worker; also a Chooser for the models.
-class Random
+class Random : public SeededChooser
 {
 public:
-    explicit Random(unsigned seed) : engine_(seed) {}
-    unsigned word()
-    {
-        return static_cast<unsigned>(engine_());
-    }
-    unsigned below(unsigned limit)
-    {
-        return word() % limit;
-    }
+    using SeededChooser::SeededChooser;
     bool oneIn(unsigned times)
     {
         return below(times) == 0;
@@ -46,9 +39,6 @@ public:
     {
         return oneIn(100) ? 1 : 0;
     }
-
-private:
-    std::mt19937 engine_;
 };
 
 class Subsystem
