@@ -42,10 +42,12 @@ inline unsigned bitsSetInPair(const unsigned *words)
     memcpy(&pair, words, sizeof pair);
     return static_cast<unsigned>(__builtin_popcountl(pair));
 }
+#endif
 
-// Two words at a time, in four sums that do not wait for each other.
 unsigned bitsSet(const unsigned *words, size_t count)
 {
+#ifdef __POPCNT__
+    // Two words at a time, in four sums that do not wait for each other.
     unsigned sum0 = 0;
     unsigned sum1 = 0;
     unsigned sum2 = 0;
@@ -60,16 +62,13 @@ unsigned bitsSet(const unsigned *words, size_t count)
     for (; words < end; ++words)
         sum0 += static_cast<unsigned>(__builtin_popcount(*words));
     return sum0 + sum1 + sum2 + sum3;
-}
 #else
-unsigned bitsSet(const unsigned *words, size_t count)
-{
     unsigned bits = 0;
     for (size_t i = 0; i < count; ++i)
         bits += bitsSetIn(words[i]);
     return bits;
-}
 #endif
+}
 
 inline unsigned bigEndian(unsigned word)
 {

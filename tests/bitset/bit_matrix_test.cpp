@@ -249,6 +249,16 @@ TEST(BitMatrixWhole, SetAndComplementReachTheSpareColumns)
     EXPECT_FALSE(matrix.bitsAreSet());
 }
 
+// A row is counted as by a mask over it, whose number of words is cut to 16 bits: of 65,537 it has one.
+TEST(BitMatrixWhole, RowsOfMoreWordsThanAMaskCanHaveAreCountedInPart)
+{
+    CBitMatrix matrix(2, 65537 * 32, nullptr);
+    matrix.set(true);
+    EXPECT_EQ(64U, matrix.numBitsSet());
+    EXPECT_EQ(0U, matrix.findRowSetBit(1, 0, true));
+    EXPECT_EQ(63U, matrix.numBitsSet());
+}
+
 TEST(BitMatrixRow, Count0MeansTheColumnsAndLeavesTheSpareOnesAlone)
 {
     CBitMatrix matrix(3, 40, nullptr);
