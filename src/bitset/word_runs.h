@@ -62,9 +62,9 @@ inline void resetRange(unsigned *array, unsigned words, unsigned count, unsigned
 }
 
 // The first bit from `start` on whose word, once `flip` is XORed to it, has it set; bitNotFound when there is none.
-// `scan` finds it in a word as it stands. Both are known to the compiler: a scan is two instructions, a call is more.
-template <unsigned flip, int (*scan)(unsigned)>
-unsigned firstBit(const unsigned *array, unsigned words, unsigned start)
+// `scan` finds it in a word as it stands; it is a lambda, not a pointer, so that the platform's scan is compiled in.
+template <unsigned flip, class Scan>
+unsigned firstBit(const unsigned *array, unsigned words, unsigned start, Scan scan)
 {
     const auto wordAt = [array](unsigned i) { return readUnlocked(array[i]) ^ flip; };
     unsigned i = start / 32;
@@ -84,12 +84,12 @@ unsigned firstBit(const unsigned *array, unsigned words, unsigned start)
 
 inline unsigned firstSetBit(const unsigned *array, unsigned words, unsigned start)
 {
-    return firstBit<0, bitarray_scanbit>(array, words, start);
+    return firstBit<0>(array, words, start, [](unsigned word) { return bitarray_scanbit(word); });
 }
 
 inline unsigned firstClearBit(const unsigned *array, unsigned words, unsigned start)
 {
-    return firstBit<allOnes, bitarray_scanclrbit>(array, words, start);
+    return firstBit<allOnes>(array, words, start, [](unsigned word) { return bitarray_scanclrbit(word); });
 }
 
 inline bool anyBit(const unsigned *first, const unsigned *last)
