@@ -33,9 +33,11 @@ constexpr unsigned bitsOf(const CBitMask &mask)
 }
 
 // No derived class has its own idea of this mask's operations, so they may be done together, without the virtual calls.
+// Where the types are described is compared, not what they say: a class of a client that is built without such
+// descriptions (-fno-rtti) has none to look into.
 inline bool isPlain(const CBitMask &mask)
 {
-    return typeid(mask) == typeid(CBitMask);
+    return &typeid(mask) == &typeid(CBitMask);
 }
 
 struct Words {
