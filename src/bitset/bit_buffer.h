@@ -77,10 +77,10 @@ inline unsigned bitsFrom(const unsigned *words, unsigned first, unsigned count)
     return bits & bitsAt(0, count);
 }
 
-// Writes `count` bits of an array of words, from bit `first` on, into a buffer from bit `bufferBit` on.
+// Writes `count` (1 or more) bits of an array of words, from bit `first` on, into a buffer from bit `bufferBit` on.
 inline void copyOut(unsigned char *bytes, size_t bufferBit, const unsigned *words, unsigned first, unsigned count)
 {
-    if (bufferBit % 8 != 0 && count != 0) {
+    if (bufferBit % 8 != 0) {
         const unsigned toTheByte = std::min(8 - static_cast<unsigned>(bufferBit % 8), count);
         storeBits(bytes, bufferBit, toTheByte, bitsFrom(words, first, toTheByte));
         bufferBit += toTheByte;
