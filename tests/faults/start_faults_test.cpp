@@ -19,6 +19,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -184,13 +185,15 @@ TEST(StartFaults, TheTimerTaskOutlivesClocksAndGivesThatFail)
 // A flag that cannot be made leaves a queue that nobody serves; memory for the queue itself lets the exception pass.
 TEST(StartFaults, TheTestQueueIsReturnedUnservedWithoutItsFlag)
 {
-    for (int nth = 1; nth <= 3; ++nth) {
-        Injection injection(Call::Allocate, nth, Failing::Once);
+    const auto startsUnserved = [](Call call, int nth, Failing mode) {
+        Injection injection(call, nth, mode);
         SMsgQueueX *queue = injection.during([] { return msg_q_x_test_start(4, 0, 0, 2, 0); });
+        const bool noQueue = call == Call::Allocate && (nth == 3 || mode == Failing::FromThenOn);
         EXPECT_TRUE(injection.failed());
-        EXPECT_EQ(nth == 3, injection.threw());
-        EXPECT_EQ(nth == 3, queue == nullptr);
+        EXPECT_EQ(noQueue, injection.threw());
+        EXPECT_EQ(noQueue, queue == nullptr);
         EXPECT_EQ(nth < 3, msg_q_x_test_sem == nullptr);
+        EXPECT_EQ(queue, msg_q_x_test_id);
         msgQxDelete(queue);
         if (msg_q_x_test_sem != nullptr)
             semDelete(msg_q_x_test_sem);
@@ -198,7 +201,29 @@ TEST(StartFaults, TheTestQueueIsReturnedUnservedWithoutItsFlag)
         msg_q_x_test_sem = nullptr;
         ++score().injected;
         score().passed += HasFailure() ? 0 : 1;
+    };
+    for (const Failing mode : {Failing::Once, Failing::FromThenOn}) {
+        for (int nth = 1; nth <= 3; ++nth)
+            startsUnserved(Call::Allocate, nth, mode);
+        startsUnserved(Call::SemInit, 1, mode);
     }
+}
+
+// Queues without a count to give or take refuse every wait at once: the self-test ends, and leaves nothing.
+TEST(StartFaults, TheSelfTestEndsWithoutAnyCounts)
+{
+    const std::string text = printedBy([] {
+        Row row{"test_utils()", [](Injection &injection) {
+                    injection.during(test_utils);
+                    EXPECT_TRUE(injection.failed());
+                }};
+        Injection injection(Call::SemInit, 1, Failing::FromThenOn);
+        runCase(row, injection);
+    });
+    EXPECT_NE(std::string::npos, text.find("0 msgQ1 recvs done"));
+    EXPECT_NE(std::string::npos, text.find("0 meqQ1 recvs done"));
+    ++score().injected;
+    score().passed += HasFailure() ? 0 : 1;
 }
 
 // Seven allocations a queue; up to the third queue's, whose failure comes before anything waits.
