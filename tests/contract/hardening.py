@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """The shipped files: names, full RELRO, no executable or writable code, no run path, canaries, fortified calls, programs
-that can stand anywhere, no constructors of our own, and signed return addresses on 64-bit Arm."""
+that can stand anywhere, no constructors of our own, and signed return addresses on 64-bit Arm. A program that is built
+without all of these must be found out."""
 import argparse
 import pathlib
 import re
@@ -62,6 +63,9 @@ class Checks:
             names = unsigned_functions(self.arguments.objdump, file)
             self.must(not names, file, f"saves an unsigned return address: {', '.join(names)}")
 
+    def no_run_path(self, file):
+        self.must(not re.search(r"\((RUNPATH|RPATH)\)", self.read(file, "-d")), file, "has a run path")
+
     def installed(self, build):
         """What is installed has no run path (what is only built finds its libraries by one), and is the same from any
         folder."""
@@ -71,17 +75,44 @@ class Checks:
                      if file.is_file() and not file.is_symlink() and file.read_bytes()[:4] == b"\x7fELF"]
             self.must(len(files) >= 2, folder, "nothing is installed")
             for file in files:
-                self.must(not re.search(r"\((RUNPATH|RPATH)\)", self.read(file, "-d")), file, "has a run path")
+                self.no_run_path(file)
                 if self.arguments.optimised:
                     self.must(self.arguments.source.encode() not in file.read_bytes(), file,
                               "names the folder in which it was built")
             return len(files)
 
 
+SOFT = """
+#include <stdio.h>
+__attribute__((constructor)) static void early(void) { puts("early"); }
+int main(void) { char text[64]; return scanf("%60s", text); }
+"""
+
+
+def overlooked(arguments):
+    """What the checks do not find in a program that has none of all this."""
+    unsigned = ["-mbranch-protection=none"] if arguments.architecture == "aarch64" else []
+    with tempfile.TemporaryDirectory() as folder:
+        source, made, file = (str(pathlib.Path(folder) / name) for name in ("soft.c", "soft.o", "soft"))
+        pathlib.Path(source).write_text(SOFT)
+        output(arguments.compiler, "-fno-stack-protector", "-fno-pie", *unsigned, "-c", source, "-o", made)
+        output(arguments.compiler, "-no-pie", *(f"-Wl,-z,{word}" for word in ("norelro", "lazy", "execstack")),
+               "-Wl,-rpath,/nowhere", made, "-o", file)
+        checks = Checks(arguments)
+        checks.linked(file)
+        checks.no_run_path(file)
+        checks.object(made)
+        found = "\n".join(checks.wrong)
+    expected = ["not full RELRO", "executable stack", "cannot stand at any address", "no stack canaries", "has a run path",
+                "code of ours runs"] + (["unsigned return address: "] if unsigned else [])
+    return [f"not noticed in a program built to have it: {what}" for what in expected if what not in found]
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--readelf", required=True)
     parser.add_argument("--objdump", required=True)
+    parser.add_argument("--compiler", required=True, help="for C")
     parser.add_argument("--architecture", required=True)
     parser.add_argument("--optimised", type=int, default=0, help="1: calls of the C library are fortified")
     parser.add_argument("--build", help="a build that can be installed")
@@ -100,6 +131,7 @@ def main():
     for file in objects:
         checks.object(file)
     checks.must(objects, "build", "no objects to look at")
+    checks.wrong += overlooked(arguments)
     installed = checks.installed(arguments.build) if arguments.build else 0
     print("\n".join(checks.wrong) or f"hardened; {len(objects)} objects, {installed} installed files")
     return 1 if checks.wrong else 0
