@@ -2,7 +2,7 @@
 // there, never both and never neither.
 //
 // The waits are of one tick, but the waiter reads a wall clock that is almost a tick slow, so its deadline is some
-// microseconds away and a million races take minutes. The other thread acts at a random moment before or after.
+// microseconds away and a million races take two minutes. The other thread acts at a random moment before or after.
 #include "mempool.h"
 #include "queues.h"
 
@@ -75,7 +75,7 @@ template <class Waits, class Acts, class IsThere, class Prepares = void (*)()>
 Outcome race(
     Waits waits, Acts acts, IsThere isThere, Prepares prepares = [] {})
 {
-    const int rounds = effort(scaled(2000), 100000);
+    const int rounds = effort(scaled(2000), 1000000);
     Outcome outcome;
     bool got = false;
     int64_t delayNs = LongestWaitNs;
