@@ -417,6 +417,14 @@ TEST(FixedMsgQueue, AProductThatIsNegativeGivesNoQueue)
               }));
 }
 
+TEST(FixedMsgQueue, TakesTheMemoryOfItsSlotsAndNoMore)
+{
+    Queue queue(1000, 60);
+    const size_t bytes = malloc_usable_size(queue->queue_mem);
+    EXPECT_LE(64000U, bytes);
+    EXPECT_GT(64000U + 4096U, bytes); // the C library rounds up
+}
+
 TEST(FixedMsgQueue, AProductThatWrapsToAPositiveSizeGivesMemoryForTheFirstSlotsOnly)
 {
     constexpr int length = 0x10000 - 4; // 0x10003 slots of 0x10000 bytes: 3 slots' worth

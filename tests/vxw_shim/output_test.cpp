@@ -253,6 +253,19 @@ TEST(DbgCliPrint, WithoutAnyRoomLeftNothingOutsideTheArrayIsTouched)
     EXPECT_EQ(0U, line.remaining);
 }
 
+// An empty text is no error: it, too, needs a byte for its end.
+TEST(DbgCliPrint, AnEmptyTextWithoutAnyRoomLeftSendsWhatIsThere)
+{
+    LineBuffer line(8);
+    memcpy(line.array.get(), "12345678", 8);
+    line.cursor = line.array.get() + 8;
+    line.remaining = 0;
+    EXPECT_EQ(0, line.print("%s", ""));
+    EXPECT_EQ(Shown({{7, "1234567"}}), shown);
+    EXPECT_EQ("", line.text());
+    EXPECT_EQ(8U, line.remaining);
+}
+
 TEST(DbgCliPrint, AnArrayOfNoBytesTakesNothing)
 {
     LineBuffer line(0);
