@@ -116,6 +116,16 @@ void addTrunk(unsigned number)
 {
     ASSERT_EQ(0, kelStandinAddTrunk(number, "trunk", 0, ""));
 }
+// A trunk of two, so that it is still there when one leaves.
+void addTrunkOf(const Fresh &fresh, const Fresh &second, unsigned number)
+{
+    addPort(fresh);
+    addPort(second);
+    addTrunk(number);
+    const portInstance_t trunk = kelStandinTrunkInstance(number);
+    ASSERT_EQ(0, kelStandinJoinTrunk(trunk, fresh.portInstance()));
+    ASSERT_EQ(0, kelStandinJoinTrunk(trunk, second.portInstance()));
+}
 } // namespace
 
 TEST_F(MemoryFault, PortIsNotAdded)
@@ -158,14 +168,8 @@ TEST_F(MemoryFault, MemberStaysInItsOtherTrunk)
             return kelStandinJoinTrunk(kelStandinTrunkInstance(someTrunk), fresh.portInstance());
         },
         [](const Fresh &fresh) {
-            addPort(fresh);
-            const Fresh second;
-            addPort(second);
+            addTrunkOf(fresh, Fresh(), otherTrunk);
             addTrunk(someTrunk);
-            addTrunk(otherTrunk);
-            const portInstance_t other = kelStandinTrunkInstance(otherTrunk);
-            ASSERT_EQ(0, kelStandinJoinTrunk(other, fresh.portInstance()));
-            ASSERT_EQ(0, kelStandinJoinTrunk(other, second.portInstance()));
         });
 }
 
@@ -173,15 +177,7 @@ TEST_F(MemoryFault, MemberDoesNotLeave)
 {
     eachAllocationFails(
         1, [](const Fresh &fresh) { return kelStandinLeaveTrunk(fresh.portInstance()); },
-        [](const Fresh &fresh) {
-            addPort(fresh);
-            const Fresh second;
-            addPort(second);
-            addTrunk(someTrunk);
-            const portInstance_t trunk = kelStandinTrunkInstance(someTrunk);
-            ASSERT_EQ(0, kelStandinJoinTrunk(trunk, fresh.portInstance()));
-            ASSERT_EQ(0, kelStandinJoinTrunk(trunk, second.portInstance()));
-        });
+        [](const Fresh &fresh) { addTrunkOf(fresh, Fresh(), someTrunk); });
 }
 
 TEST_F(MemoryFault, MasterStaysTheMaster)
@@ -193,13 +189,8 @@ TEST_F(MemoryFault, MasterStaysTheMaster)
             return kelStandinSetMaster(kelStandinTrunkInstance(someTrunk), second.portInstance());
         },
         [&second](const Fresh &fresh) {
-            addPort(fresh);
             second = Fresh();
-            addPort(second);
-            addTrunk(someTrunk);
-            const portInstance_t trunk = kelStandinTrunkInstance(someTrunk);
-            ASSERT_EQ(0, kelStandinJoinTrunk(trunk, fresh.portInstance()));
-            ASSERT_EQ(0, kelStandinJoinTrunk(trunk, second.portInstance()));
+            addTrunkOf(fresh, second, someTrunk);
         });
 }
 
