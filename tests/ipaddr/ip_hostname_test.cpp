@@ -332,7 +332,7 @@ TEST(IpHostnameImport, AddressKeepsTheName)
 TEST(IpHostnameImport, NameKeepsTheAddress)
 {
     CIpHostname made = host("10.1.2.3");
-    EXPECT_EQ(0, made.setInetAddress(16, bytes("router1XXX"), 7));
+    EXPECT_EQ(0, made.setInetAddress(16, bytes("router1 and more"), 7));
     EXPECT_EQ(1, made.hostType);
     EXPECT_EQ(8, made.nameLen);
     EXPECT_STREQ("router1", made.name);
